@@ -1,0 +1,23 @@
+# cmake --install: headers, both libraries, a CMake package and a pkg-config file.
+include(CMakePackageConfigHelpers)
+
+install(FILES include/qxcrl.h include/qxlayer.h include/r_types.h
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qxcrl)
+install(TARGETS qxcrl qxcrl_static EXPORT qxcrlTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(EXPORT qxcrlTargets NAMESPACE qxcrl::
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qxcrl)
+
+configure_package_config_file(cmake/qxcrlConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/qxcrlConfig.cmake
+    INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qxcrl)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/qxcrlConfigVersion.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/qxcrlConfig.cmake
+              ${PROJECT_BINARY_DIR}/qxcrlConfigVersion.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qxcrl)
+
+configure_file(cmake/qxcrl.pc.in ${PROJECT_BINARY_DIR}/qxcrl.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/qxcrl.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

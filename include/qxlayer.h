@@ -1,0 +1,278 @@
+/*
+ * The security layer that the CRL module runs in: its records, its services
+ * (memory, trace, certificate context) and the constructors that let a
+ * program use the module without writing layer code.
+ *
+ * Ownership: every function documents what it hands to the caller. Blocks
+ * from qxumalloc/qxumrealloc go back through qxumfree; a layer instance made
+ * with qxlayer_create goes back through qxlayer_destroy.
+ *
+ * Valid C99 and C++.
+ */
+#ifndef QXCRL_QXLAYER_H
+#define QXCRL_QXLAYER_H
+
+#include <stdint.h>
+
+#include "r_types.h"
+
+#if defined(QXCRL_BUILDING_LIBRARY) && defined(__GNUC__)
+#define QXCRL_API __attribute__((visibility("default")))
+#else
+#define QXCRL_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Result of every operation; 0 is success. */
+typedef uint32_t StatusCode;
+
+/*
+ * The layer's own statuses (29300 to 29399). Services return them unchanged
+ * through the module, so they never collide with the module's codes.
+ */
+#define QXL_ERR_BAD_ARGUMENT 29300u
+#define QXL_ERR_OUT_OF_MEMORY 29301u
+#define QXL_ERR_TOOLKIT 29302u
+#define QXL_ERR_BASE64 29310u
+#define QXL_ERR_DIGEST 29320u
+#define QXL_ERR_SIGNATURE_TYPE 29330u
+#define QXL_ERR_KEY 29340u
+#define QXL_ERR_CERT_DECODE 29341u
+#define QXL_ERR_CERT_NOT_YET_VALID 29350u
+#define QXL_ERR_CERT_EXPIRED 29351u
+#define QXL_ERR_INTERVAL 29360u
+#define QXL_ERR_STORE 29370u
+#define QXL_ERR_FETCH 29380u
+
+struct CrlObject;
+struct CrlCache;
+struct QxFileInterface;
+
+typedef struct LayerContext LayerContext;
+typedef struct SecurityContext SecurityContext;
+
+/* An issuer's private key in the layer's form; opaque to the module. */
+typedef struct QxPrivateKey QxPrivateKey;
+
+/* A length-counted text; not NUL-terminated unless a function says so. */
+typedef struct QxString {
+    char* data;
+    uint32_t length;
+} QxString;
+
+/* ---------------------------------------------------------------- trace */
+
+#define QX_TRACE_ENTRY 1u
+#define QX_TRACE_EXIT 2u
+#define QX_TRACE_MESSAGE 3u
+
+/* traceLevel value meaning "use QX_TRACE_LEVEL from the environment". */
+#define QX_TRACE_LEVEL_FROM_ENV 0xFFFFFFFFu
+
+/* One trace record, valid only for the duration of the sink call. */
+typedef struct QxTraceRecord {
+    const SecurityContext* context; /* as the caller passed it; may be NULL */
+    const char* function;           /* the call site's trace name */
+    uint32_t level;                 /* 1, 2, 4 or 5 */
+    uint32_t kind;                  /* QX_TRACE_ENTRY, QX_TRACE_EXIT or QX_TRACE_MESSAGE */
+    const char* messageId;          /* catalogue identifier ("qx0249trc"), else NULL */
+    const char* text;               /* the formatted message; "" for entry and exit */
+} QxTraceRecord;
+
+typedef void (*QxTraceSink)(void* arg, const QxTraceRecord* record);
+
+/* ------------------------------------------------------ fetch callbacks */
+
+/* One CRL fetched from a distribution point; nodes and DER come from qxumalloc. */
+typedef struct FetchedCrlNode {
+    unsigned char* der;
+    uint32_t length;
+    struct FetchedCrlNode* next;
+} FetchedCrlNode;
+
+typedef struct CrlFetchCallbacks {
+    /* The callbacks' own settings (timeouts, size cap); the module never reads it. */
+    const void* settings;
+    int (*ldap_is_url)(const char* url);
+    StatusCode (*ldap_fetch_crldp)(SecurityContext* ctx, const char* url, FetchedCrlNode** list);
+} CrlFetchCallbacks;
+
+/* --------------------------------------------------------- certificates */
+
+#define QX_DIST_POINT_FULL_NAME 2u
+#define QX_NAME_TYPE_URI 38u
+
+typedef struct DistPointName {
+    uint16_t type; /* QX_NAME_TYPE_URI for a URI; other general-name kinds otherwise */
+    char* value;   /* NUL-terminated */
+} DistPointName;
+
+typedef struct CrlDistPoint {
+    uint32_t kind;    /* QX_DIST_POINT_FULL_NAME when the point has a full name */
+    uint32_t reasons; /* the reasons bit string, 0 when absent */
+    DistPointName* names;
+    uint32_t nameCount;
+} CrlDistPoint;
+
+/* A certificate as the layer holds it; every member is filled from the certificate. */
+typedef struct CertificateRecord {
+    QxString* issuerText;  /* RFC 4514 text of the issuer */
+    QxString* subjectText; /* RFC 4514 text of the subject */
+    int64_t notBefore;     /* seconds since 1970-01-01 UTC */
+    int64_t notAfter;
+    unsigned char* der;
+    uint32_t derLength;
+    R_CERT* cert;
+    CrlDistPoint* distPoints;
+    uint32_t distPointCount;
+} CertificateRecord;
+
+/* ------------------------------------------------------------- contexts */
+
+/* Layer-wide state shared by every SecurityContext of one layer instance. */
+struct LayerContext {
+    uint32_t toolkitMode; /* 1 selects toolkitContexts[3], anything else [2] */
+    uint32_t crlPolicy;   /* 3 and 4 let an expired cached CRL still answer */
+    const struct QxFileInterface* fileContext;
+    const CrlFetchCallbacks* crlFetchCallbacks;
+    R_LIB_CTX** toolkitContexts;
+    uint32_t toolkitContextCount;
+    R_CERT_CTX* certContext;
+    struct QxMemoryAccount* memory;
+};
+
+/* One caller's context. */
+struct SecurityContext {
+    LayerContext* layerContext;
+    QxTraceSink traceSink; /* NULL: records go to stderr or QX_TRACE_FILE */
+    void* traceSinkArg;
+    uint32_t traceLevel; /* records at or below it are written; 0 is off */
+};
+
+/* The record a cache owner hangs from; its third member leads to the context. */
+typedef struct LayerComponent {
+    const char* componentName;
+    void* componentData;
+    SecurityContext* securityContext;
+} LayerComponent;
+
+/* The layer object that owns a CRL cache and accepts new CRLs into it. */
+typedef struct CrlCacheOwner {
+    LayerComponent* parent;
+    /* Takes ownership of the CRL when it returns 0; takes nothing otherwise. */
+    StatusCode (*addCrl)(struct CrlObject* crl, struct CrlCache* cache);
+    struct CrlCache* crlCache;
+} CrlCacheOwner;
+
+/* ---------------------------------------------------- layer instances */
+
+/* Number of toolkit library contexts a layer instance makes. */
+#define QX_TOOLKIT_CONTEXT_COUNT 4u
+
+typedef struct QxLayerConfig {
+    uint32_t toolkitMode;  /* default 0 */
+    uint32_t crlPolicy;    /* default 0 */
+    QxTraceSink traceSink; /* default NULL */
+    void* traceSinkArg;    /* default NULL */
+    uint32_t traceLevel;   /* default QX_TRACE_LEVEL_FROM_ENV */
+} QxLayerConfig;
+
+/* Fills config with the defaults above. */
+QXCRL_API void qxlayer_default_config(QxLayerConfig* config);
+
+/*
+ * Makes a layer instance: a SecurityContext, its LayerContext, four toolkit
+ * library contexts (slots 0 to 2 on the process's default provider set,
+ * slot 3 on an isolated one) and the certificate context. config may be
+ * NULL for the defaults. On success *out is the caller's until
+ * qxlayer_destroy; on failure *out is NULL.
+ */
+QXCRL_API StatusCode qxlayer_create(const QxLayerConfig* config, SecurityContext** out);
+
+/* Releases what qxlayer_create made and sets *ctx to NULL; NULL is ignored. */
+QXCRL_API void qxlayer_destroy(SecurityContext** ctx);
+
+/* --------------------------------------------------------------- memory */
+
+/*
+ * A new block of size bytes, or NULL with *status set to QXL_ERR_OUT_OF_MEMORY.
+ * *status is left alone on success. The block is counted against ctx's layer
+ * (or a process-wide account when ctx has none).
+ */
+QXCRL_API void* qxumalloc(SecurityContext* ctx, uint32_t size, StatusCode* status);
+
+/*
+ * Resizes block (NULL allocates). On failure returns NULL, sets *status and
+ * leaves the old block valid and owned by the caller.
+ */
+QXCRL_API void* qxumrealloc(SecurityContext* ctx, void* block, uint32_t size, StatusCode* status);
+
+/*
+ * Releases the block that the pointer variable at blockAddress holds and sets
+ * the variable to NULL. Does nothing when the variable holds NULL, whatever ctx.
+ */
+QXCRL_API void qxumfree(SecurityContext* ctx, void* blockAddress);
+
+/* Blocks of this layer now allocated and not yet released. */
+QXCRL_API uint64_t qxum_live_blocks(const LayerContext* layer);
+
+/* Allocations this layer has attempted since it was made. */
+QXCRL_API uint64_t qxum_allocation_count(const LayerContext* layer);
+
+/*
+ * Makes the nth allocation from now (1 is the next one) fail with
+ * QXL_ERR_OUT_OF_MEMORY; later ones succeed again. 0 turns it off.
+ */
+QXCRL_API void qxum_fail_nth(LayerContext* layer, uint64_t n);
+
+/* ---------------------------------------------------------------- trace */
+
+/* Writes the entry record of function. ctx may be NULL. */
+QXCRL_API void qxu_init_trace(const SecurityContext* ctx, const char* function, uint32_t level);
+
+/* Writes the exit record of function. ctx may be NULL. */
+QXCRL_API void qxu_exit_trace(const SecurityContext* ctx, const char* function, uint32_t level);
+
+/*
+ * Writes one message. format is a printf format or a catalogue identifier
+ * ("qx0249trc"), whose catalogue text is then formatted with the arguments.
+ */
+QXCRL_API void qxu_print_trace(const SecurityContext* ctx, const char* function, uint32_t level,
+                               const char* format, ...)
+#ifdef __GNUC__
+    __attribute__((format(printf, 4, 5)))
+#endif
+    ;
+
+/*
+ * Where records go when the context has no sink (or there is no context).
+ * With sink NULL, records at or below level go to stderr, or to the file
+ * QX_TRACE_FILE names; level QX_TRACE_LEVEL_FROM_ENV reads QX_TRACE_LEVEL
+ * (default 0, off). Thread-safe.
+ */
+QXCRL_API void qxu_set_default_trace(QxTraceSink sink, void* arg, uint32_t level);
+
+/* The catalogue's format for a message identifier, or NULL if it has none. */
+QXCRL_API const char* qxu_catalogue_text(const char* messageId);
+
+/* The catalogue identifiers, used where a trace format stands. */
+QXCRL_API extern const char qx0229trc[];
+QXCRL_API extern const char qx0232trc[];
+QXCRL_API extern const char qx0249trc[];
+QXCRL_API extern const char qx0264trc[];
+QXCRL_API extern const char qx0265trc[];
+QXCRL_API extern const char qx0266trc[];
+
+/* ---------------------------------------------------- certificate context */
+
+/* Stores the layer's certificate context (borrowed, never released) in *certCtx. */
+QXCRL_API StatusCode qxGCC_GetCertcCtx(const SecurityContext* ctx, R_CERT_CTX** certCtx);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

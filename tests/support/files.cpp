@@ -1,0 +1,60 @@
+#include "files.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include <gtest/gtest.h>
+
+namespace qxtest {
+
+TempDir::TempDir() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "qxcrl-test-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr)
+        throw std::runtime_error("mkdtemp failed");
+    path_ = pattern;
+}
+
+TempDir::~TempDir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+std::vector<unsigned char> read_file(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        throw std::runtime_error("cannot read " + path.string());
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+void write_file(const std::filesystem::path& path, const std::vector<unsigned char>& bytes) {
+    std::ofstream out(path, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
+    if (!out)
+        throw std::runtime_error("cannot write " + path.string());
+}
+
+void write_text(const std::filesystem::path& path, const std::string& text) {
+    write_file(path, std::vector<unsigned char>(text.begin(), text.end()));
+}
+
+int run_in(const std::filesystem::path& dir, const std::string& command) {
+    const std::string line = "cd '" + dir.string() + "' && (" + command + ") >>log.txt 2>&1";
+    const int status = std::system(line.c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::filesystem::path corpus_dir() {
+    const char* configured = std::getenv("QXCRL_CORPUS");
+    std::filesystem::path dir = configured ? configured : QXCRL_DEFAULT_CORPUS;
+    if (std::filesystem::is_directory(dir))
+        return dir;
+    // CI always has the corpus; elsewhere the tests that need it are skipped.
+    if (std::getenv("QXCRL_REQUIRE_CORPUS") != nullptr)
+        ADD_FAILURE() << "no test corpus at " << dir;
+    return {};
+}
+
+} // namespace qxtest

@@ -1,0 +1,37 @@
+// Files and commands for tests: a scratch directory, whole-file reads and
+// writes, and running the openssl command as a peer.
+#ifndef QXCRL_TESTS_SUPPORT_FILES_H
+#define QXCRL_TESTS_SUPPORT_FILES_H
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace qxtest {
+
+class TempDir {
+  public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    const std::filesystem::path& path() const { return path_; }
+    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+
+  private:
+    std::filesystem::path path_;
+};
+
+std::vector<unsigned char> read_file(const std::filesystem::path& path);
+void write_file(const std::filesystem::path& path, const std::vector<unsigned char>& bytes);
+void write_text(const std::filesystem::path& path, const std::string& text);
+
+// Runs a shell command in dir; its exit status, with output in log.txt there.
+int run_in(const std::filesystem::path& dir, const std::string& command);
+
+// The shared test corpus, or an empty path when this checkout has none.
+std::filesystem::path corpus_dir();
+
+} // namespace qxtest
+
+#endif

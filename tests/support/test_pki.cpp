@@ -1,0 +1,180 @@
+#include "test_pki.h"
+
+#include <map>
+#include <stdexcept>
+
+#include <openssl/bn.h>
+#include <openssl/rsa.h>
+#include <openssl/x509v3.h>
+
+namespace qxtest {
+
+namespace {
+
+void require(bool ok, const char* what) {
+    if (!ok)
+        throw std::runtime_error(std::string("test PKI: ") + what);
+}
+
+const EVP_MD* digest_for(KeyKind kind) {
+    return kind == KeyKind::Ed25519 ? nullptr : EVP_sha256();
+}
+
+X509_EXTENSION* raw_extension(const RawExtension& raw) {
+    ASN1_OBJECT* oid = OBJ_txt2obj(raw.oid.c_str(), 1);
+    require(oid != nullptr, "extension OID");
+    ASN1_OCTET_STRING* value = ASN1_OCTET_STRING_new();
+    ASN1_OCTET_STRING_set(value, raw.value.data(), static_cast<int>(raw.value.size()));
+    X509_EXTENSION* extension =
+        X509_EXTENSION_create_by_OBJ(nullptr, oid, raw.critical ? 1 : 0, value);
+    ASN1_OBJECT_free(oid);
+    ASN1_OCTET_STRING_free(value);
+    require(extension != nullptr, "extension");
+    return extension;
+}
+
+ASN1_INTEGER* integer_from_magnitude(const Bytes& magnitude) {
+    BIGNUM* number = BN_bin2bn(magnitude.data(), static_cast<int>(magnitude.size()), nullptr);
+    ASN1_INTEGER* integer = BN_to_ASN1_INTEGER(number, nullptr);
+    BN_free(number);
+    require(integer != nullptr, "serial");
+    return integer;
+}
+
+void sign_crl(X509_CRL* crl, const Issuer& issuer) {
+    if (issuer.kind == KeyKind::RsaPss) {
+        EVP_MD_CTX* md = EVP_MD_CTX_new();
+        EVP_PKEY_CTX* pctx = nullptr;
+        require(EVP_DigestSignInit(md, &pctx, EVP_sha256(), nullptr, issuer.key.get()) == 1,
+                "PSS init");
+        EVP_PKEY_CTX_set_rsa_padding(pctx, RSA_PKCS1_PSS_PADDING);
+        EVP_PKEY_CTX_set_rsa_pss_saltlen(pctx, RSA_PSS_SALTLEN_DIGEST);
+        require(X509_CRL_sign_ctx(crl, md) > 0, "PSS CRL signature");
+        EVP_MD_CTX_free(md);
+        return;
+    }
+    require(X509_CRL_sign(crl, issuer.key.get(), digest_for(issuer.kind)) > 0, "CRL signature");
+}
+
+} // namespace
+
+Pkey make_key(KeyKind kind) {
+    EVP_PKEY* key = nullptr;
+    switch (kind) {
+    case KeyKind::Rsa2048:
+    case KeyKind::RsaPss:
+        key = EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", static_cast<size_t>(2048));
+        break;
+    case KeyKind::EcP256:
+        key = EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256");
+        break;
+    case KeyKind::Ed25519:
+        key = EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519");
+        break;
+    }
+    require(key != nullptr, "key generation");
+    return Pkey(key);
+}
+
+Issuer make_issuer(const IssuerSpec& spec) {
+    Issuer issuer{spec.commonName, spec.kind, make_key(spec.kind), Cert(X509_new())};
+    X509* cert = issuer.cert.get();
+    X509_set_version(cert, X509_VERSION_3);
+    ASN1_INTEGER_set(X509_get_serialNumber(cert), 1000);
+    X509_NAME* name = X509_get_subject_name(cert);
+    X509_NAME_add_entry_by_txt(name, "C", MBSTRING_ASC,
+                               reinterpret_cast<const unsigned char*>("US"), -1, -1, 0);
+    X509_NAME_add_entry_by_txt(name, "O", MBSTRING_ASC,
+                               reinterpret_cast<const unsigned char*>("qxcrl tests"), -1, -1, 0);
+    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
+                               reinterpret_cast<const unsigned char*>(spec.commonName.c_str()), -1,
+                               -1, 0);
+    X509_set_issuer_name(cert, name);
+    ASN1_TIME_set(X509_getm_notBefore(cert), spec.notBefore);
+    ASN1_TIME_set(X509_getm_notAfter(cert), spec.notAfter);
+    X509_set_pubkey(cert, issuer.key.get());
+
+    X509V3_CTX v3;
+    X509V3_set_ctx(&v3, cert, cert, nullptr, nullptr, 0);
+    for (auto [nid, value] : {std::pair{NID_basic_constraints, "critical,CA:TRUE"},
+                              std::pair{NID_key_usage, "critical,keyCertSign,cRLSign"},
+                              std::pair{NID_subject_key_identifier, "hash"}}) {
+        X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, &v3, nid, value);
+        require(extension != nullptr, "issuer extension");
+        X509_add_ext(cert, extension, -1);
+        X509_EXTENSION_free(extension);
+    }
+    require(X509_sign(cert, issuer.key.get(), digest_for(spec.kind)) > 0, "issuer signature");
+    return issuer;
+}
+
+const Issuer& shared_issuer(KeyKind kind) {
+    static std::map<KeyKind, Issuer> issuers;
+    auto found = issuers.find(kind);
+    if (found == issuers.end()) {
+        IssuerSpec spec;
+        spec.kind = kind;
+        spec.commonName = "qxcrl Shared CA " + std::to_string(static_cast<int>(kind));
+        found = issuers.emplace(kind, make_issuer(spec)).first;
+    }
+    return found->second;
+}
+
+Bytes make_crl(const Issuer& issuer, const CrlSpec& spec) {
+    X509_CRL* crl = X509_CRL_new();
+    require(crl != nullptr, "CRL");
+    X509_CRL_set_version(crl, X509_CRL_VERSION_2);
+    X509_CRL_set_issuer_name(crl, X509_get_subject_name(issuer.cert.get()));
+    ASN1_TIME* time = ASN1_TIME_set(nullptr, spec.thisUpdate);
+    X509_CRL_set1_lastUpdate(crl, time);
+    if (spec.nextUpdate) {
+        ASN1_TIME_set(time, *spec.nextUpdate);
+        X509_CRL_set1_nextUpdate(crl, time);
+    }
+    for (const RevokedSpec& entry : spec.revoked) {
+        X509_REVOKED* revoked = X509_REVOKED_new();
+        ASN1_INTEGER* serial = integer_from_magnitude(entry.serial);
+        X509_REVOKED_set_serialNumber(revoked, serial);
+        ASN1_INTEGER_free(serial);
+        ASN1_TIME_set(time, entry.revocationDate);
+        X509_REVOKED_set_revocationDate(revoked, time);
+        for (const RawExtension& raw : entry.extensions) {
+            X509_EXTENSION* extension = raw_extension(raw);
+            X509_REVOKED_add_ext(revoked, extension, -1);
+            X509_EXTENSION_free(extension);
+        }
+        X509_CRL_add0_revoked(crl, revoked);
+    }
+    ASN1_TIME_free(time);
+    if (spec.crlNumber) {
+        ASN1_INTEGER* number = ASN1_INTEGER_new();
+        ASN1_INTEGER_set(number, *spec.crlNumber);
+        X509_CRL_add1_ext_i2d(crl, NID_crl_number, number, 0, 0);
+        ASN1_INTEGER_free(number);
+    }
+    for (const RawExtension& raw : spec.extensions) {
+        X509_EXTENSION* extension = raw_extension(raw);
+        X509_CRL_add_ext(crl, extension, -1);
+        X509_EXTENSION_free(extension);
+    }
+    X509_CRL_sort(crl);
+    sign_crl(crl, issuer);
+    unsigned char* der = nullptr;
+    const int length = i2d_X509_CRL(crl, &der);
+    X509_CRL_free(crl);
+    require(length > 0, "CRL encoding");
+    Bytes bytes(der, der + length);
+    OPENSSL_free(der);
+    return bytes;
+}
+
+Bytes cert_der(const X509* cert) {
+    unsigned char* der = nullptr;
+    const int length = i2d_X509(cert, &der);
+    require(length > 0, "certificate encoding");
+    Bytes bytes(der, der + length);
+    OPENSSL_free(der);
+    return bytes;
+}
+
+} // namespace qxtest

@@ -1,0 +1,87 @@
+// A small PKI made at test time with OpenSSL: keys, issuer certificates,
+// leaf certificates and CRLs with chosen serials, dates and extensions.
+#ifndef QXCRL_TESTS_SUPPORT_TEST_PKI_H
+#define QXCRL_TESTS_SUPPORT_TEST_PKI_H
+
+#include <ctime>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+namespace qxtest {
+
+using Bytes = std::vector<unsigned char>;
+
+struct PkeyFree {
+    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
+};
+struct X509Free {
+    void operator()(X509* cert) const { X509_free(cert); }
+};
+using Pkey = std::unique_ptr<EVP_PKEY, PkeyFree>;
+using Cert = std::unique_ptr<X509, X509Free>;
+
+enum class KeyKind { Rsa2048, RsaPss, EcP256, Ed25519 };
+
+Pkey make_key(KeyKind kind);
+
+struct Issuer {
+    std::string commonName;
+    KeyKind kind;
+    Pkey key;
+    Cert cert;
+};
+
+struct IssuerSpec {
+    std::string commonName = "qxcrl Test CA";
+    KeyKind kind = KeyKind::EcP256;
+    time_t notBefore = std::time(nullptr) - 86400;
+    time_t notAfter = std::time(nullptr) + 365 * 86400;
+};
+
+Issuer make_issuer(const IssuerSpec& spec);
+
+// An issuer per key kind, made once per process (key generation is slow).
+const Issuer& shared_issuer(KeyKind kind = KeyKind::EcP256);
+
+// An extension given by OID text and raw value octets.
+struct RawExtension {
+    std::string oid;
+    bool critical = false;
+    Bytes value;
+};
+
+struct RevokedSpec {
+    Bytes serial; // big-endian magnitude
+    time_t revocationDate = std::time(nullptr) - 3600;
+    std::vector<RawExtension> extensions;
+};
+
+// An entry revoked an hour ago with no extensions.
+inline RevokedSpec revoked_serial(Bytes serial) {
+    RevokedSpec entry;
+    entry.serial = std::move(serial);
+    return entry;
+}
+
+struct CrlSpec {
+    std::vector<RevokedSpec> revoked;
+    time_t thisUpdate = std::time(nullptr) - 3600;
+    std::optional<time_t> nextUpdate = std::time(nullptr) + 7 * 86400;
+    std::optional<long> crlNumber = 1;
+    std::vector<RawExtension> extensions;
+};
+
+// A signed DER CRL of issuer.
+Bytes make_crl(const Issuer& issuer, const CrlSpec& spec);
+
+Bytes cert_der(const X509* cert);
+
+} // namespace qxtest
+
+#endif

@@ -1,0 +1,48 @@
+// Library and certificate contexts.
+#include <new>
+
+#include <openssl/crypto.h>
+
+#include "r_objects.h"
+
+extern "C" int R_LIB_CTX_new(uint32_t kind, R_LIB_CTX** libCtx) {
+    if (libCtx == nullptr)
+        return R_ERROR_NULL_ARG;
+    *libCtx = nullptr;
+    if (kind != R_LIB_CTX_SHARED && kind != R_LIB_CTX_ISOLATED)
+        return R_ERROR_FAILED;
+    auto* made = new (std::nothrow) R_LIB_CTX{nullptr, false};
+    if (made == nullptr)
+        return R_ERROR_ALLOC_FAILURE;
+    if (kind == R_LIB_CTX_ISOLATED) {
+        made->ossl = OSSL_LIB_CTX_new();
+        if (made->ossl == nullptr) {
+            delete made;
+            return R_ERROR_ALLOC_FAILURE;
+        }
+        made->owned = true;
+    }
+    *libCtx = made;
+    return R_ERROR_NONE;
+}
+
+extern "C" int R_LIB_CTX_free(R_LIB_CTX* libCtx) {
+    if (libCtx == nullptr)
+        return R_ERROR_NONE;
+    if (libCtx->owned)
+        OSSL_LIB_CTX_free(libCtx->ossl);
+    delete libCtx;
+    return R_ERROR_NONE;
+}
+
+extern "C" int R_CERT_CTX_new(R_LIB_CTX* libCtx, R_CERT_CTX** certCtx) {
+    if (libCtx == nullptr || certCtx == nullptr)
+        return R_ERROR_NULL_ARG;
+    *certCtx = new (std::nothrow) R_CERT_CTX{libCtx};
+    return *certCtx == nullptr ? R_ERROR_ALLOC_FAILURE : R_ERROR_NONE;
+}
+
+extern "C" int R_CERT_CTX_free(R_CERT_CTX* certCtx) {
+    delete certCtx;
+    return R_ERROR_NONE;
+}

@@ -1,0 +1,33 @@
+/*
+ * What the toolkit's opaque types hold. Only toolkit sources include this;
+ * it is the one place where OpenSSL types meet R_ types.
+ */
+#ifndef QXCRL_TOOLKIT_R_OBJECTS_H
+#define QXCRL_TOOLKIT_R_OBJECTS_H
+
+#include <openssl/types.h>
+#include <openssl/x509.h>
+
+#include "r_toolkit.h"
+
+struct R_LIB_CTX {
+    OSSL_LIB_CTX* ossl; /* NULL stands for OpenSSL's default context */
+    bool owned;
+};
+
+struct R_CERT_CTX {
+    R_LIB_CTX* libCtx;
+};
+
+struct R_CRL {
+    X509_CRL* x509;
+    R_LIB_CTX* libCtx;
+};
+
+/*
+ * True when every critical extension of the CRL and of its entries is one the
+ * toolkit processes; a CRL that fails this is partial, delta or indirect.
+ */
+bool r_crl_extensions_processable(const X509_CRL* crl);
+
+#endif
