@@ -19,5 +19,7 @@ install(FILES ${PROJECT_BINARY_DIR}/qxcrlConfig.cmake
               ${PROJECT_BINARY_DIR}/qxcrlConfigVersion.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qxcrl)
 
+# Relative to the .pc file, so that an install under any --prefix works.
+file(RELATIVE_PATH QXCRL_PC_TO_PREFIX "/p/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/p")
 configure_file(cmake/qxcrl.pc.in ${PROJECT_BINARY_DIR}/qxcrl.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/qxcrl.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
