@@ -24,6 +24,33 @@ struct R_CRL {
     R_LIB_CTX* libCtx;
 };
 
+struct R_CRL_ENTRY {
+    X509_REVOKED* x509; /* NULL until filled */
+    R_LIB_CTX* libCtx;
+};
+
+struct R_CERT {
+    X509* x509;
+    R_LIB_CTX* libCtx;
+};
+
+struct R_CERT_NAME {
+    X509_NAME* x509;
+};
+
+struct R_TIME_CTX {
+    R_LIB_CTX* libCtx;
+};
+
+struct R_TIME {
+    int64_t seconds; /* since 1970-01-01 UTC */
+};
+
+struct R_EXT {
+    X509_EXTENSION* x509; /* NULL until filled */
+    R_LIB_CTX* libCtx;
+};
+
 /*
  * True when every critical extension of the CRL and of its entries is one the
  * toolkit processes; a CRL that fails this is partial, delta or indirect.

@@ -71,6 +71,160 @@ int R_CRL_free(R_CRL* crl);
 /* The library context crl was made in (borrowed). */
 R_LIB_CTX* R_CRL_get0_lib_ctx(const R_CRL* crl);
 
+/*
+ * Signature algorithm identifiers (R_CRL_INFO_SIGNATURE_ALGORITHM, R_CRL_sign):
+ * the OpenSSL NID for classic algorithms; RSASSA-PSS, which has one NID for
+ * every hash, is told apart by adding its hash's NID to R_SIG_ALG_RSA_PSS_BASE.
+ */
+#define R_SIG_ALG_MD5_WITH_RSA 8u
+#define R_SIG_ALG_SHA1_WITH_RSA 65u
+#define R_SIG_ALG_SHA256_WITH_RSA 668u
+#define R_SIG_ALG_SHA384_WITH_RSA 669u
+#define R_SIG_ALG_SHA512_WITH_RSA 670u
+#define R_SIG_ALG_ECDSA_SHA256 794u
+#define R_SIG_ALG_ECDSA_SHA384 795u
+#define R_SIG_ALG_ECDSA_SHA512 796u
+#define R_SIG_ALG_ED25519 1087u
+#define R_SIG_ALG_ED448 1088u
+#define R_SIG_ALG_RSA_PSS_BASE 0x100000u
+#define R_SIG_ALG_RSA_PSS_SHA256 (R_SIG_ALG_RSA_PSS_BASE + 672u)
+#define R_SIG_ALG_RSA_PSS_SHA384 (R_SIG_ALG_RSA_PSS_BASE + 673u)
+#define R_SIG_ALG_RSA_PSS_SHA512 (R_SIG_ALG_RSA_PSS_BASE + 674u)
+
+/* Info identifiers of R_CRL_get_info / R_CRL_set_info. */
+#define R_CRL_INFO_ISSUER_NAME 4           /* R_ITEM*: issuer DER, owned by the CRL */
+#define R_CRL_INFO_SIGNATURE_ALGORITHM 0xD /* uint32_t*: OpenSSL NID of the signature */
+#define R_CRL_INFO_VERSION 0x8003          /* uint32_t*: 1 for a v2 CRL */
+#define R_CRL_INFO_CRL_NUMBER 0x4023       /* R_EXT*: filled with the CRL Number */
+#define R_CRL_INFO_THIS_UPDATE 0x10005     /* R_TIME*: filled */
+#define R_CRL_INFO_NEXT_UPDATE 0x10006     /* R_TIME*: filled; R_ERROR_NOT_PRESENT if none */
+
+/* Stores the item named by id into value (see the identifiers above). */
+int R_CRL_get_info(R_CRL* crl, int id, void* value);
+
+int R_CRL_get_entry_count(R_CRL* crl, uint32_t* count);
+
+/* Fills entry with a copy of the CRL's entry number index (from 0). */
+int R_CRL_get_entry(R_CRL* crl, uint32_t index, R_CRL_ENTRY* entry);
+
+/* Fills entry with the CRL's entry for cert's serial; R_ERROR_NOT_FOUND if none. */
+int R_CRL_find_entry(R_CRL* crl, R_CERT* cert, R_CRL_ENTRY* entry);
+
+/* The issuer name's DER, as received; the length is stored even when the buffer is too small. */
+int R_CRL_issuer_name_to_binary(R_CRL* crl, uint32_t bufferSize, unsigned char* buffer,
+                                uint32_t* length);
+
+/*
+ * Verifies crl's signature with issuer's public key: R_ERROR_NONE with
+ * *result 0 for a good signature, R_ERROR_NONE with a non-zero *result for
+ * one that does not verify, another status when it could not be attempted.
+ */
+int R_CRL_verify(R_CRL* crl, R_CERT* issuer, uint32_t* result);
+
+/* ------------------------------------------------------------ CRL entries */
+
+#define R_CRL_ENTRY_INFO_SERIAL 0x8007           /* R_ITEM*: INTEGER content octets */
+#define R_CRL_ENTRY_INFO_REVOCATION_DATE 0x18008 /* R_TIME*: filled */
+
+int R_CRL_ENTRY_new(R_LIB_CTX* libCtx, uint32_t flags, R_CRL_ENTRY** entry);
+int R_CRL_ENTRY_get_info(R_CRL_ENTRY* entry, int id, void* value);
+int R_CRL_ENTRY_free(R_CRL_ENTRY* entry);
+
+/* ----------------------------------------------------------- certificates */
+
+#define R_CERT_INFO_SERIAL 2                /* R_ITEM*: INTEGER content octets, owned by the cert */
+#define R_CERT_INFO_ISSUER_NAME 0x800A      /* R_CERT_NAME**: a new name */
+#define R_CERT_INFO_SUBJECT_NAME 0x800B     /* R_CERT_NAME**: a new name */
+#define R_CERT_INFO_NOT_BEFORE 0x10001      /* int64_t*: seconds since 1970 */
+#define R_CERT_INFO_NOT_AFTER 0x10002       /* int64_t*: seconds since 1970 */
+#define R_CERT_INFO_DIST_POINT_COUNT 0x8010 /* uint32_t*: CRL distribution points */
+
+/* Decodes one DER certificate into a new *cert made in certCtx's library context. */
+int R_CERT_from_binary(R_CERT_CTX* certCtx, uint32_t flags, uint32_t length,
+                       const unsigned char* der, uint32_t* consumed, R_CERT** cert);
+int R_CERT_free(R_CERT* cert);
+int R_CERT_get_info(R_CERT* cert, int id, void* value);
+
+/* A new name holding cert's issuer. flags must be 0. */
+int R_CERT_issuer_name_to_R_CERT_NAME(R_CERT* cert, uint32_t flags, R_CERT_NAME** name);
+
+/* Kinds of distribution point name, and general-name types the toolkit reports. */
+#define R_DIST_POINT_NONE 0u      /* no distributionPoint name (cRLIssuer only) */
+#define R_DIST_POINT_RELATIVE 1u  /* nameRelativeToCRLIssuer */
+#define R_DIST_POINT_FULL_NAME 2u /* fullName: a list of general names */
+#define R_GENERAL_NAME_URI 38u
+#define R_GENERAL_NAME_DIRECTORY 36u
+#define R_GENERAL_NAME_DNS 34u
+#define R_GENERAL_NAME_EMAIL 33u
+#define R_GENERAL_NAME_OTHER 32u
+
+/* Kind, reasons bits (0 when absent) and number of full-name entries of point index. */
+int R_CERT_get_dist_point(R_CERT* cert, uint32_t index, uint32_t* kind, uint32_t* reasons,
+                          uint32_t* nameCount);
+
+/*
+ * Type and text of full-name entry nameIndex of point index, NUL-terminated
+ * in buffer; R_ERROR_BUFFER_TOO_SMALL (with *length the text's length) when
+ * it does not fit. A URI, DNS name or email is its text; a directory name is
+ * its RFC 4514 text; other kinds give an empty text.
+ */
+int R_CERT_get_dist_point_name(R_CERT* cert, uint32_t index, uint32_t nameIndex, uint16_t* type,
+                               uint32_t bufferSize, char* buffer, uint32_t* length);
+
+/* ------------------------------------------------------------------ names */
+
+/* Decodes a DER name into a new *name. flags are ignored. */
+int R_CERT_NAME_from_binary(R_CERT_CTX* certCtx, uint32_t flags, uint32_t length,
+                            const unsigned char* der, uint32_t* consumed, R_CERT_NAME** name);
+
+/* The name's DER, the bytes as received (never re-encoded). */
+int R_CERT_NAME_to_binary(R_CERT_NAME* name, uint32_t bufferSize, unsigned char* buffer,
+                          uint32_t* length);
+
+/*
+ * RFC 4514 text (UTF-8 left unescaped), NUL-terminated; R_ERROR_BUFFER_TOO_SMALL
+ * when it needs more than bufferSize bytes with the terminator.
+ */
+int R_CERT_NAME_to_string(R_CERT_NAME* name, uint32_t bufferSize, char* buffer);
+
+/* 1 when the names match under RFC 5280 rules, 0 when not, a status on bad arguments. */
+int R_CERT_NAME_is_equal(R_CERT_NAME* first, R_CERT_NAME* second);
+
+int R_CERT_NAME_free(R_CERT_NAME* name);
+
+/* ------------------------------------------------------------------ times */
+
+#define R_TIME_FORMAT_SECONDS_BE 3 /* 8 bytes, big-endian unsigned seconds since 1970 */
+#define R_TIME_FORMAT_RFC3339 6    /* "2026-11-22T23:39:53Z" */
+
+/* The clock R_TIME_time reads: seconds since 1970 UTC. */
+typedef int64_t (*R_TIME_CLOCK)(void);
+
+/* Replaces the process's clock; NULL restores the system clock. */
+void R_TIME_set_clock(R_TIME_CLOCK clock);
+
+int R_TIME_CTX_new(R_LIB_CTX* libCtx, uint32_t flags, R_TIME_CTX** timeCtx);
+int R_TIME_CTX_free(R_TIME_CTX* timeCtx);
+/* A new time at 0 (1970-01-01T00:00:00Z). */
+int R_TIME_new(R_TIME_CTX* timeCtx, R_TIME** time);
+/* Sets time to the clock's now. */
+int R_TIME_time(R_TIME* time);
+int R_TIME_dup(R_TIME* time, R_TIME** copy);
+/* Writes time in format into buffer (at most max bytes, no terminator); *length the bytes. */
+int R_TIME_export(R_TIME* time, int format, unsigned char* buffer, uint32_t* length, uint32_t max);
+int R_TIME_import(R_TIME* time, int format, const unsigned char* buffer, uint32_t length);
+/* *result 1 when first is later than second, 0 when equal, -1 when earlier. */
+int R_TIME_cmp(R_TIME* first, R_TIME* second, int32_t* result);
+int R_TIME_free(R_TIME* time);
+
+/* ------------------------------------------------------------- extensions */
+
+#define R_EXT_INFO_VALUE 1 /* R_ITEM*: the DER inside extnValue, owned by the extension */
+
+int R_EXT_new(R_LIB_CTX* libCtx, uint32_t flags, R_EXT** ext);
+int R_EXT_get_info(R_EXT* ext, int id, void* value);
+int R_EXT_free(R_EXT* ext);
+
 #ifdef __cplusplus
 }
 #endif
