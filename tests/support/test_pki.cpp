@@ -108,6 +108,45 @@ Issuer make_issuer(const IssuerSpec& spec) {
     return issuer;
 }
 
+Cert make_leaf(const Issuer& issuer, const LeafSpec& spec) {
+    Cert cert(X509_new());
+    Pkey key = make_key(KeyKind::EcP256);
+    X509* leaf = cert.get();
+    X509_set_version(leaf, X509_VERSION_3);
+    ASN1_INTEGER* serial = integer_from_magnitude(spec.serial);
+    X509_set_serialNumber(leaf, serial);
+    ASN1_INTEGER_free(serial);
+    X509_set_issuer_name(leaf, X509_get_subject_name(issuer.cert.get()));
+    X509_NAME* name = X509_get_subject_name(leaf);
+    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
+                               reinterpret_cast<const unsigned char*>(spec.commonName.c_str()), -1,
+                               -1, 0);
+    ASN1_TIME_set(X509_getm_notBefore(leaf), spec.notBefore);
+    ASN1_TIME_set(X509_getm_notAfter(leaf), spec.notAfter);
+    X509_set_pubkey(leaf, key.get());
+    if (!spec.distributionPoints.empty()) {
+        CRL_DIST_POINTS* points = sk_DIST_POINT_new_null();
+        for (const auto& uris : spec.distributionPoints) {
+            DIST_POINT* point = DIST_POINT_new();
+            point->distpoint = DIST_POINT_NAME_new();
+            point->distpoint->type = 0;
+            point->distpoint->name.fullname = sk_GENERAL_NAME_new_null();
+            for (const std::string& uri : uris) {
+                GENERAL_NAME* general = GENERAL_NAME_new();
+                ASN1_IA5STRING* text = ASN1_IA5STRING_new();
+                ASN1_STRING_set(text, uri.data(), static_cast<int>(uri.size()));
+                GENERAL_NAME_set0_value(general, GEN_URI, text);
+                sk_GENERAL_NAME_push(point->distpoint->name.fullname, general);
+            }
+            sk_DIST_POINT_push(points, point);
+        }
+        X509_add1_ext_i2d(leaf, NID_crl_distribution_points, points, 0, 0);
+        sk_DIST_POINT_pop_free(points, DIST_POINT_free);
+    }
+    require(X509_sign(leaf, issuer.key.get(), digest_for(issuer.kind)) > 0, "leaf signature");
+    return cert;
+}
+
 const Issuer& shared_issuer(KeyKind kind) {
     static std::map<KeyKind, Issuer> issuers;
     auto found = issuers.find(kind);

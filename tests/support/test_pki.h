@@ -49,6 +49,18 @@ Issuer make_issuer(const IssuerSpec& spec);
 // An issuer per key kind, made once per process (key generation is slow).
 const Issuer& shared_issuer(KeyKind kind = KeyKind::EcP256);
 
+struct LeafSpec {
+    std::string commonName = "qxcrl Test Leaf";
+    Bytes serial = {0x01}; // big-endian magnitude
+    time_t notBefore = std::time(nullptr) - 86400;
+    time_t notAfter = std::time(nullptr) + 90 * 86400;
+    // Each inner list is one distribution point with those full-name URIs.
+    std::vector<std::vector<std::string>> distributionPoints;
+};
+
+// A leaf certificate issued and signed by issuer.
+Cert make_leaf(const Issuer& issuer, const LeafSpec& spec);
+
 // An extension given by OID text and raw value octets.
 struct RawExtension {
     std::string oid;
