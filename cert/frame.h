@@ -59,6 +59,11 @@ template <typename T, int (*Free)(T*)> class ToolkitHandle {
 };
 
 using CrlHandle = ToolkitHandle<R_CRL, R_CRL_free>;
+using CrlEntryHandle = ToolkitHandle<R_CRL_ENTRY, R_CRL_ENTRY_free>;
+using NameHandle = ToolkitHandle<R_CERT_NAME, R_CERT_NAME_free>;
+using TimeCtxHandle = ToolkitHandle<R_TIME_CTX, R_TIME_CTX_free>;
+using TimeHandle = ToolkitHandle<R_TIME, R_TIME_free>;
+using ExtHandle = ToolkitHandle<R_EXT, R_EXT_free>;
 
 // A block of the layer's allocator, returned with qxumfree unless handed on.
 template <typename T> class LayerBlock {

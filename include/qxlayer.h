@@ -46,6 +46,7 @@ typedef uint32_t StatusCode;
 #define QXL_ERR_INTERVAL 29360u
 #define QXL_ERR_STORE 29370u
 #define QXL_ERR_FETCH 29380u
+#define QXL_ERR_FILE 29390u
 
 struct CrlObject;
 struct CrlCache;
@@ -265,6 +266,68 @@ QXCRL_API extern const char qx0249trc[];
 QXCRL_API extern const char qx0264trc[];
 QXCRL_API extern const char qx0265trc[];
 QXCRL_API extern const char qx0266trc[];
+
+/* -------------------------------------------------- certificate records */
+
+/*
+ * Builds a certificate record from one certificate: DER when the first byte
+ * is 0x30, otherwise PEM text, of which the first CERTIFICATE block is read
+ * (LF or CRLF line ends). Every member is filled from the certificate; the
+ * texts are NUL-terminated after their length. On success *out is the
+ * caller's until qxcert_free; on failure *out is NULL and nothing stays
+ * allocated.
+ *
+ * Statuses: QXL_ERR_BAD_ARGUMENT for a NULL argument or a context without a
+ * layer, QXL_ERR_CERT_DECODE for bytes that are not a certificate,
+ * QXL_ERR_OUT_OF_MEMORY, QXL_ERR_TOOLKIT for other toolkit failures.
+ */
+QXCRL_API StatusCode qxcert_from_bytes(SecurityContext* ctx, const unsigned char* bytes,
+                                       uint32_t length, CertificateRecord** out);
+
+/*
+ * qxcert_from_bytes on the whole content of the file at path (DER or PEM).
+ * A file that cannot be opened or read, or is not a regular file, gives
+ * QXL_ERR_FILE.
+ */
+QXCRL_API StatusCode qxcert_from_file(SecurityContext* ctx, const char* path,
+                                      CertificateRecord** out);
+
+/*
+ * Releases the record at *record with everything it holds (its R_CERT
+ * included) and sets *record to NULL. NULL record or *record is ignored.
+ */
+QXCRL_API void qxcert_free(SecurityContext* ctx, CertificateRecord** record);
+
+/* ------------------------------------------------------ signature types */
+
+/* The layer's signature types. */
+#define QX_SIG_RSA_SHA1 1u
+#define QX_SIG_RSA_MD5 2u /* read only: never used to sign */
+#define QX_SIG_RSA_SHA256 6u
+#define QX_SIG_RSA_SHA384 7u
+#define QX_SIG_RSA_SHA512 8u
+#define QX_SIG_ECDSA_SHA256 9u
+#define QX_SIG_ECDSA_SHA384 10u
+#define QX_SIG_ECDSA_SHA512 11u
+#define QX_SIG_ED25519 12u
+#define QX_SIG_ED448 13u
+#define QX_SIG_RSA_PSS_SHA256 14u /* MGF1 with the same hash, salt the hash's length */
+#define QX_SIG_RSA_PSS_SHA384 15u
+#define QX_SIG_RSA_PSS_SHA512 16u
+
+/*
+ * The toolkit algorithm (R_SIG_ALG_*) to sign with for signatureType.
+ * QXL_ERR_SIGNATURE_TYPE for an unknown type and for QX_SIG_RSA_MD5, with
+ * *algorithm left alone; QXL_ERR_BAD_ARGUMENT when algorithm is NULL.
+ */
+QXCRL_API StatusCode qxbc_map_sign(uint32_t signatureType, uint32_t* algorithm);
+
+/*
+ * The signature type of a toolkit algorithm (R_SIG_ALG_*) found on a signed
+ * object, MD5 included. QXL_ERR_SIGNATURE_TYPE for an unknown algorithm, with
+ * *signatureType left alone; QXL_ERR_BAD_ARGUMENT when signatureType is NULL.
+ */
+QXCRL_API StatusCode qxbc_map_sign2(uint32_t algorithm, uint32_t* signatureType);
 
 /* ---------------------------------------------------- certificate context */
 

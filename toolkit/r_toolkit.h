@@ -139,9 +139,24 @@ int R_CRL_ENTRY_free(R_CRL_ENTRY* entry);
 #define R_CERT_INFO_NOT_AFTER 0x10002       /* int64_t*: seconds since 1970 */
 #define R_CERT_INFO_DIST_POINT_COUNT 0x8010 /* uint32_t*: CRL distribution points */
 
-/* Decodes one DER certificate into a new *cert made in certCtx's library context. */
+/*
+ * Decodes one DER certificate into a new *cert made in certCtx's library
+ * context and reports the bytes it took in *consumed (NULL allowed); trailing
+ * bytes are not an error. flags must be 0.
+ */
 int R_CERT_from_binary(R_CERT_CTX* certCtx, uint32_t flags, uint32_t length,
                        const unsigned char* der, uint32_t* consumed, R_CERT** cert);
+/*
+ * Decodes the first CERTIFICATE block of PEM text (LF or CRLF line ends;
+ * blocks of other labels before it are skipped) into a new *cert made in
+ * certCtx's library context.
+ */
+int R_CERT_from_text(R_CERT_CTX* certCtx, uint32_t length, const char* text, R_CERT** cert);
+/*
+ * Encodes cert as DER. With bufferSize 0 and no buffer, stores only the length.
+ * A buffer smaller than the encoding gives R_ERROR_BUFFER_TOO_SMALL.
+ */
+int R_CERT_to_binary(R_CERT* cert, uint32_t bufferSize, unsigned char* buffer, uint32_t* length);
 int R_CERT_free(R_CERT* cert);
 int R_CERT_get_info(R_CERT* cert, int id, void* value);
 

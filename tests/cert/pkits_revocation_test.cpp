@@ -1,0 +1,105 @@
+// NIST PKITS cases on revocation by one CRL (section 4.4: basic revocation,
+// bad CRL signature, bad CRL issuer name, wrong CRL, unknown critical CRL and
+// entry extensions, CRL dates, negative and long serials, separate CRL keys):
+// what verification and the status check give, against the expected outcome
+// listed for each case.
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "files.h"
+#include "fixed_clock.h"
+#include "layer_fixture.h"
+#include "test_pki.h"
+
+using namespace qxtest;
+
+namespace {
+
+class PkitsRevocationTest : public LayerTest {
+  protected:
+    CertificateRecord* load_cert(const std::filesystem::path& path) {
+        CertificateRecord* record = nullptr;
+        EXPECT_EQ(qxcert_from_file(ctx_, path.c_str(), &record), 0u) << path;
+        return record;
+    }
+};
+
+} // namespace
+
+TEST_F(PkitsRevocationTest, SingleCrlCases) {
+    const std::filesystem::path corpus = corpus_dir();
+    if (corpus.empty())
+        GTEST_SKIP() << "no test corpus";
+    const std::filesystem::path pkits = corpus / "pkits";
+    FixedClock clock(1767225600); // 2026-01-01: the PKITS CRLs run to 2030
+
+    std::ifstream rows(pkits / "revocation_expectations.tsv");
+    std::string line;
+    std::getline(rows, line);
+    std::set<std::string> covered;
+    while (std::getline(rows, line)) {
+        std::vector<std::string> f;
+        std::istringstream split(line);
+        for (std::string field; std::getline(split, field, '\t');)
+            f.push_back(field);
+        const std::string& id = f.at(0);
+        const std::string& crlFile = f.at(7);
+        const std::string& expected = f.at(9);
+        // One CRL per case, in the basic CRL section.
+        if (id.rfind("4.4.", 0) != 0 || crlFile == "-" || crlFile.find(';') != std::string::npos)
+            continue;
+        SCOPED_TRACE(id + " " + f.at(1));
+        trace_.clear();
+
+        const Bytes der = read_file(pkits / "crls" / crlFile);
+        CrlObject* crl = nullptr;
+        const StatusCode decoded =
+            qxcrl_CreateCtx(ctx_, &crl, der.data(), static_cast<uint32_t>(der.size()));
+        if (expected.rfind("unknown-critical", 0) == 0) {
+            // Never relied on: the CRL is refused outright.
+            EXPECT_EQ(decoded, QXERR_CRL_DECODE);
+            qxcrl_Destroy(ctx_, &crl);
+            covered.insert(id);
+            continue;
+        }
+        ASSERT_EQ(decoded, 0u);
+        CertificateRecord* signer = load_cert(pkits / "certs" / f.at(8));
+        CertificateRecord* leaf = load_cert(pkits / "certs" / f.at(3));
+        CrlValidity validity = 0;
+        const StatusCode verified = qxcrl_VerifyCRL(ctx_, crl, signer, &validity);
+        CertRevocationStatus status = 0;
+        const StatusCode checked = qxcrl_CheckCertStatus(ctx_, crl, leaf, &status);
+
+        if (expected == "revoked" || expected == "not-revoked") {
+            EXPECT_EQ(verified, 0u);
+            EXPECT_EQ(validity, QXCRL_CRL_CURRENT);
+            EXPECT_EQ(checked, 0u);
+            EXPECT_EQ(status, expected == "revoked" ? QXCRL_CERT_REVOKED : QXCRL_CERT_VALID);
+        } else if (expected == "bad-signature") {
+            EXPECT_EQ(verified, QXERR_CRL_SIGN);
+        } else if (expected == "crl-expired") {
+            EXPECT_EQ(verified, QXERR_CRL_EXPIRED);
+            EXPECT_EQ(validity, QXCRL_CRL_EXPIRED);
+        } else if (expected == "crl-issuer-mismatch") {
+            // The CRL does not speak for the certificate: no entry is looked up.
+            EXPECT_EQ(checked, 0u);
+            EXPECT_EQ(status, QXCRL_CERT_VALID);
+            for (const TraceEntry& entry : trace_.messages())
+                EXPECT_NE(entry.function, "qxcrl_CheckCertStatus") << entry.text;
+        } else {
+            ADD_FAILURE() << "no rule for " << expected;
+        }
+        covered.insert(id);
+        qxcert_free(ctx_, &leaf);
+        qxcert_free(ctx_, &signer);
+        qxcrl_Destroy(ctx_, &crl);
+    }
+    const std::set<std::string> mustCover = {
+        "4.4.3",  "4.4.4",  "4.4.5",  "4.4.6",  "4.4.8",  "4.4.9",  "4.4.10", "4.4.11", "4.4.12",
+        "4.4.13", "4.4.14", "4.4.15", "4.4.16", "4.4.17", "4.4.18", "4.4.19", "4.4.20"};
+    EXPECT_EQ(covered, mustCover);
+}

@@ -46,6 +46,24 @@ int run_in(const std::filesystem::path& dir, const std::string& command) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+std::string openssl_name_text(const std::filesystem::path& pem, const std::string& field) {
+    const std::filesystem::path out = pem.string() + "." + field + ".txt";
+    if (run_in(pem.parent_path(), "openssl x509 -in '" + pem.filename().string() + "' -noout -" +
+                                      field + " -nameopt RFC2253,-esc_msb > '" +
+                                      out.filename().string() + "'") != 0) {
+        ADD_FAILURE() << "openssl x509 failed; see " << (pem.parent_path() / "log.txt");
+        return {};
+    }
+    const std::vector<unsigned char> bytes = read_file(out);
+    std::string text(bytes.begin(), bytes.end());
+    const std::string prefix = field + "=";
+    if (text.rfind(prefix, 0) != 0 || text.empty() || text.back() != '\n') {
+        ADD_FAILURE() << "unexpected openssl output: " << text;
+        return {};
+    }
+    return text.substr(prefix.size(), text.size() - prefix.size() - 1);
+}
+
 std::filesystem::path corpus_dir() {
     const char* configured = std::getenv("QXCRL_CORPUS");
     std::filesystem::path dir = configured ? configured : QXCRL_DEFAULT_CORPUS;

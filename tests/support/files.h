@@ -29,6 +29,11 @@ void write_text(const std::filesystem::path& path, const std::string& text);
 // Runs a shell command in dir; its exit status, with output in log.txt there.
 int run_in(const std::filesystem::path& dir, const std::string& command);
 
+// What `openssl x509 -noout -<field> -nameopt RFC2253,-esc_msb` prints for
+// the PEM certificate at pem (field "issuer" or "subject"), without the
+// "<field>=" prefix and the line end; empty with a test failure if it fails.
+std::string openssl_name_text(const std::filesystem::path& pem, const std::string& field);
+
 // The shared test corpus, or an empty path when this checkout has none.
 std::filesystem::path corpus_dir();
 

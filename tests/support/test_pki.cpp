@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include <openssl/bn.h>
+#include <openssl/pem.h>
 #include <openssl/rsa.h>
 #include <openssl/x509v3.h>
 
@@ -41,19 +42,23 @@ ASN1_INTEGER* integer_from_magnitude(const Bytes& magnitude) {
     return integer;
 }
 
-void sign_crl(X509_CRL* crl, const Issuer& issuer) {
+void sign_crl(X509_CRL* crl, const Issuer& issuer, const std::string& digestName) {
+    const EVP_MD* digest = digest_for(issuer.kind);
+    if (digest != nullptr && !digestName.empty()) {
+        digest = EVP_get_digestbyname(digestName.c_str());
+        require(digest != nullptr, "CRL digest");
+    }
     if (issuer.kind == KeyKind::RsaPss) {
         EVP_MD_CTX* md = EVP_MD_CTX_new();
         EVP_PKEY_CTX* pctx = nullptr;
-        require(EVP_DigestSignInit(md, &pctx, EVP_sha256(), nullptr, issuer.key.get()) == 1,
-                "PSS init");
+        require(EVP_DigestSignInit(md, &pctx, digest, nullptr, issuer.key.get()) == 1, "PSS init");
         EVP_PKEY_CTX_set_rsa_padding(pctx, RSA_PKCS1_PSS_PADDING);
         EVP_PKEY_CTX_set_rsa_pss_saltlen(pctx, RSA_PSS_SALTLEN_DIGEST);
         require(X509_CRL_sign_ctx(crl, md) > 0, "PSS CRL signature");
         EVP_MD_CTX_free(md);
         return;
     }
-    require(X509_CRL_sign(crl, issuer.key.get(), digest_for(issuer.kind)) > 0, "CRL signature");
+    require(X509_CRL_sign(crl, issuer.key.get(), digest) > 0, "CRL signature");
 }
 
 } // namespace
@@ -197,7 +202,7 @@ Bytes make_crl(const Issuer& issuer, const CrlSpec& spec) {
         X509_EXTENSION_free(extension);
     }
     X509_CRL_sort(crl);
-    sign_crl(crl, issuer);
+    sign_crl(crl, issuer, spec.digest);
     unsigned char* der = nullptr;
     const int length = i2d_X509_CRL(crl, &der);
     X509_CRL_free(crl);
@@ -214,6 +219,16 @@ Bytes cert_der(const X509* cert) {
     Bytes bytes(der, der + length);
     OPENSSL_free(der);
     return bytes;
+}
+
+std::string cert_pem(const X509* cert) {
+    BIO* bio = BIO_new(BIO_s_mem());
+    require(bio != nullptr && PEM_write_bio_X509(bio, cert) == 1, "certificate PEM");
+    char* text = nullptr;
+    const long length = BIO_get_mem_data(bio, &text);
+    std::string pem(text, static_cast<size_t>(length));
+    BIO_free(bio);
+    return pem;
 }
 
 } // namespace qxtest

@@ -87,12 +87,18 @@ struct CrlSpec {
     std::optional<time_t> nextUpdate = std::time(nullptr) + 7 * 86400;
     std::optional<long> crlNumber = 1;
     std::vector<RawExtension> extensions;
+    // The hash of an RSA, RSA-PSS or ECDSA signature, by OpenSSL name
+    // ("SHA384"); empty means SHA-256. Ed25519 has none.
+    std::string digest;
 };
 
 // A signed DER CRL of issuer.
 Bytes make_crl(const Issuer& issuer, const CrlSpec& spec);
 
 Bytes cert_der(const X509* cert);
+
+// The certificate as PEM text with LF line ends.
+std::string cert_pem(const X509* cert);
 
 } // namespace qxtest
 

@@ -1,0 +1,502 @@
+// Reading CRLs through the toolkit: info identifiers, entries, lookup by
+// certificate, the issuer name and signature checks, on CRLs made at test
+// time by every kind of issuer.
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <random>
+#include <set>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+#include <openssl/obj_mac.h>
+
+#include "files.h"
+#include "test_pki.h"
+#include "toolkit/r_toolkit.h"
+
+using namespace qxtest;
+
+namespace {
+
+template <typename T, int (*Free)(T*)> struct Freer {
+    void operator()(T* object) const { Free(object); }
+};
+using CrlPtr = std::unique_ptr<R_CRL, Freer<R_CRL, R_CRL_free>>;
+using CertPtr = std::unique_ptr<R_CERT, Freer<R_CERT, R_CERT_free>>;
+using EntryPtr = std::unique_ptr<R_CRL_ENTRY, Freer<R_CRL_ENTRY, R_CRL_ENTRY_free>>;
+using ExtPtr = std::unique_ptr<R_EXT, Freer<R_EXT, R_EXT_free>>;
+using TimePtr = std::unique_ptr<R_TIME, Freer<R_TIME, R_TIME_free>>;
+
+Bytes item_bytes(const R_ITEM& item) {
+    return item.len == 0 ? Bytes{} : Bytes(item.data, item.data + item.len);
+}
+
+// What DER puts inside an INTEGER for a non-negative magnitude: no leading
+// zero bytes, except one when the high bit would otherwise read as a sign.
+Bytes content_octets(const Bytes& magnitude) {
+    auto first =
+        std::find_if(magnitude.begin(), magnitude.end(), [](unsigned char b) { return b != 0; });
+    Bytes content(first, magnitude.end());
+    if (content.empty() || (content[0] & 0x80) != 0)
+        content.insert(content.begin(), 0x00);
+    return content;
+}
+
+Bytes name_der(const X509_NAME* name) {
+    const unsigned char* der = nullptr;
+    size_t length = 0;
+    EXPECT_EQ(X509_NAME_get0_der(name, &der, &length), 1);
+    return Bytes(der, der + length);
+}
+
+class ToolkitCrlRead : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(R_LIB_CTX_new(R_LIB_CTX_SHARED, &lib), R_ERROR_NONE);
+        ASSERT_EQ(R_CERT_CTX_new(lib, &certCtx), R_ERROR_NONE);
+        ASSERT_EQ(R_TIME_CTX_new(lib, 0, &timeCtx), R_ERROR_NONE);
+    }
+    void TearDown() override {
+        R_TIME_CTX_free(timeCtx);
+        R_CERT_CTX_free(certCtx);
+        R_LIB_CTX_free(lib);
+    }
+
+    CrlPtr decode(const Bytes& der) {
+        R_CRL* crl = nullptr;
+        EXPECT_EQ(
+            R_CRL_from_binary(lib, 0, static_cast<uint32_t>(der.size()), der.data(), nullptr, &crl),
+            R_ERROR_NONE);
+        return CrlPtr(crl);
+    }
+    CertPtr cert(const X509* x509) {
+        const Bytes der = cert_der(x509);
+        R_CERT* made = nullptr;
+        EXPECT_EQ(R_CERT_from_binary(certCtx, 0, static_cast<uint32_t>(der.size()), der.data(),
+                                     nullptr, &made),
+                  R_ERROR_NONE);
+        return CertPtr(made);
+    }
+    EntryPtr entry() {
+        R_CRL_ENTRY* made = nullptr;
+        EXPECT_EQ(R_CRL_ENTRY_new(lib, 0, &made), R_ERROR_NONE);
+        return EntryPtr(made);
+    }
+    ExtPtr ext() {
+        R_EXT* made = nullptr;
+        EXPECT_EQ(R_EXT_new(lib, 0, &made), R_ERROR_NONE);
+        return ExtPtr(made);
+    }
+    TimePtr time() {
+        R_TIME* made = nullptr;
+        EXPECT_EQ(R_TIME_new(timeCtx, &made), R_ERROR_NONE);
+        return TimePtr(made);
+    }
+    // The seconds a time object holds, read back through format 3.
+    static int64_t seconds(R_TIME* time) {
+        unsigned char bytes[8] = {};
+        uint32_t length = 0;
+        EXPECT_EQ(R_TIME_export(time, R_TIME_FORMAT_SECONDS_BE, bytes, &length, 8), R_ERROR_NONE);
+        uint64_t value = 0;
+        for (unsigned char byte : bytes)
+            value = value << 8 | byte;
+        return static_cast<int64_t>(value);
+    }
+    // The time as RFC 3339 text, which also shows times before 1970.
+    static std::string text(R_TIME* time) {
+        unsigned char buffer[64] = {};
+        uint32_t length = 0;
+        EXPECT_EQ(R_TIME_export(time, R_TIME_FORMAT_RFC3339, buffer, &length, sizeof buffer),
+                  R_ERROR_NONE);
+        return std::string(buffer, buffer + std::min<uint32_t>(length, sizeof buffer));
+    }
+    static Bytes serial_of(R_CRL_ENTRY* entry) {
+        R_ITEM item{};
+        EXPECT_EQ(R_CRL_ENTRY_get_info(entry, R_CRL_ENTRY_INFO_SERIAL, &item), R_ERROR_NONE);
+        return item_bytes(item);
+    }
+
+    R_LIB_CTX* lib = nullptr;
+    R_CERT_CTX* certCtx = nullptr;
+    R_TIME_CTX* timeCtx = nullptr;
+};
+
+} // namespace
+
+TEST_F(ToolkitCrlRead, EveryInfoIdOnEveryIssuerKind) {
+    struct Case {
+        KeyKind kind;
+        std::string digest;
+        uint32_t algorithm;
+    };
+    const std::vector<Case> cases = {
+        {KeyKind::Rsa2048, "", R_SIG_ALG_SHA256_WITH_RSA},
+        {KeyKind::Rsa2048, "SHA384", R_SIG_ALG_SHA384_WITH_RSA},
+        {KeyKind::Rsa2048, "SHA512", R_SIG_ALG_SHA512_WITH_RSA},
+        {KeyKind::RsaPss, "", R_SIG_ALG_RSA_PSS_SHA256},
+        {KeyKind::RsaPss, "SHA384", R_SIG_ALG_RSA_PSS_SHA384},
+        {KeyKind::RsaPss, "SHA512", R_SIG_ALG_RSA_PSS_SHA512},
+        // SHA-1 is PSS's default hash, so the parameters leave it out.
+        {KeyKind::RsaPss, "SHA1", R_SIG_ALG_RSA_PSS_BASE + NID_sha1},
+        {KeyKind::EcP256, "", R_SIG_ALG_ECDSA_SHA256},
+        {KeyKind::EcP256, "SHA384", R_SIG_ALG_ECDSA_SHA384},
+        {KeyKind::EcP256, "SHA512", R_SIG_ALG_ECDSA_SHA512},
+        {KeyKind::Ed25519, "", R_SIG_ALG_ED25519},
+    };
+    const time_t thisUpdate = 1767225600; // 2026-01-01T00:00:00Z
+    const time_t nextUpdate = 1795390793; // 2026-11-22T23:39:53Z
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::to_string(static_cast<int>(c.kind)) + " " + c.digest);
+        const Issuer& issuer = shared_issuer(c.kind);
+        CrlSpec spec;
+        spec.thisUpdate = thisUpdate;
+        spec.nextUpdate = nextUpdate;
+        spec.crlNumber = 0x1092;
+        spec.digest = c.digest;
+        spec.revoked = {revoked_serial({0x33})};
+        CrlPtr crl = decode(make_crl(issuer, spec));
+        ASSERT_NE(crl, nullptr);
+
+        uint32_t value = 0xdead;
+        EXPECT_EQ(R_CRL_get_info(crl.get(), R_CRL_INFO_VERSION, &value), R_ERROR_NONE);
+        EXPECT_EQ(value, 1u);
+        EXPECT_EQ(R_CRL_get_info(crl.get(), R_CRL_INFO_SIGNATURE_ALGORITHM, &value), R_ERROR_NONE);
+        EXPECT_EQ(value, c.algorithm);
+
+        TimePtr time = this->time();
+        EXPECT_EQ(R_CRL_get_info(crl.get(), R_CRL_INFO_THIS_UPDATE, time.get()), R_ERROR_NONE);
+        EXPECT_EQ(seconds(time.get()), thisUpdate);
+        EXPECT_EQ(R_CRL_get_info(crl.get(), R_CRL_INFO_NEXT_UPDATE, time.get()), R_ERROR_NONE);
+        EXPECT_EQ(seconds(time.get()), nextUpdate);
+
+        const Bytes issuerDer = name_der(X509_get_subject_name(issuer.cert.get()));
+        R_ITEM item{};
+        EXPECT_EQ(R_CRL_get_info(crl.get(), R_CRL_INFO_ISSUER_NAME, &item), R_ERROR_NONE);
+        EXPECT_EQ(item_bytes(item), issuerDer);
+
+        ExtPtr number = ext();
+        EXPECT_EQ(R_EXT_get_info(number.get(), R_EXT_INFO_VALUE, &item), R_ERROR_NOT_PRESENT);
+        EXPECT_EQ(R_CRL_get_info(crl.get(), R_CRL_INFO_CRL_NUMBER, number.get()), R_ERROR_NONE);
+        EXPECT_EQ(R_EXT_get_info(number.get(), R_EXT_INFO_VALUE, &item), R_ERROR_NONE);
+        EXPECT_EQ(item_bytes(item), (Bytes{0x02, 0x02, 0x10, 0x92}));
+        // Filling again replaces the copy it held.
+        EXPECT_EQ(R_CRL_get_info(crl.get(), R_CRL_INFO_CRL_NUMBER, number.get()), R_ERROR_NONE);
+        EXPECT_EQ(R_EXT_get_info(number.get(), R_EXT_INFO_VALUE, &item), R_ERROR_NONE);
+        EXPECT_EQ(item_bytes(item), (Bytes{0x02, 0x02, 0x10, 0x92}));
+        EXPECT_EQ(R_EXT_get_info(number.get(), 2, &item), R_ERROR_FAILED);
+
+        CertPtr issuerCert = cert(issuer.cert.get());
+        uint32_t result = 0xdead;
+        EXPECT_EQ(R_CRL_verify(crl.get(), issuerCert.get(), &result), R_ERROR_NONE);
+        EXPECT_EQ(result, 0u);
+
+        EXPECT_EQ(R_CRL_get_info(crl.get(), 0x4024, &value), R_ERROR_FAILED);
+        EXPECT_EQ(R_CRL_get_info(crl.get(), R_CRL_INFO_VERSION, nullptr), R_ERROR_NULL_ARG);
+        EXPECT_EQ(R_CRL_get_info(nullptr, R_CRL_INFO_VERSION, &value), R_ERROR_NULL_ARG);
+    }
+}
+
+TEST_F(ToolkitCrlRead, IssuerNameAsReceived) {
+    const Issuer& issuer = shared_issuer(KeyKind::EcP256);
+    CrlPtr crl = decode(make_crl(issuer, CrlSpec{}));
+    const Bytes expected = name_der(X509_get_subject_name(issuer.cert.get()));
+
+    uint32_t length = 0;
+    EXPECT_EQ(R_CRL_issuer_name_to_binary(crl.get(), 0, nullptr, &length), R_ERROR_NONE);
+    EXPECT_EQ(length, expected.size());
+    Bytes small(expected.size() - 1, 0xee);
+    length = 0;
+    EXPECT_EQ(R_CRL_issuer_name_to_binary(crl.get(), static_cast<uint32_t>(small.size()),
+                                          small.data(), &length),
+              R_ERROR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(length, expected.size());
+    Bytes out(expected.size() + 3, 0xee);
+    EXPECT_EQ(R_CRL_issuer_name_to_binary(crl.get(), static_cast<uint32_t>(out.size()), out.data(),
+                                          &length),
+              R_ERROR_NONE);
+    EXPECT_EQ(length, expected.size());
+    EXPECT_EQ(Bytes(out.begin(), out.begin() + length), expected);
+    EXPECT_EQ(out.back(), 0xee);
+    EXPECT_EQ(R_CRL_issuer_name_to_binary(crl.get(), 4, nullptr, &length), R_ERROR_NULL_ARG);
+    EXPECT_EQ(R_CRL_issuer_name_to_binary(crl.get(), 0, nullptr, nullptr), R_ERROR_NULL_ARG);
+}
+
+TEST_F(ToolkitCrlRead, MissingFieldsAndFarDates) {
+    CrlSpec spec;
+    spec.thisUpdate = -315619200; // 1960-01-01, a UTCTime before 1970
+    spec.nextUpdate.reset();
+    spec.crlNumber.reset();
+    spec.revoked = {revoked_serial({0x01}), revoked_serial({0x02})};
+    spec.revoked[0].revocationDate = 2561519167; // 2051-03-04T05:06:07Z, a GeneralizedTime
+    spec.revoked[1].revocationDate = -631152001; // 1949-12-31T23:59:59Z, a GeneralizedTime
+    CrlPtr crl = decode(make_crl(shared_issuer(), spec));
+    ASSERT_NE(crl, nullptr);
+
+    TimePtr time = this->time();
+    EXPECT_EQ(R_CRL_get_info(crl.get(), R_CRL_INFO_THIS_UPDATE, time.get()), R_ERROR_NONE);
+    EXPECT_EQ(text(time.get()), "1960-01-01T00:00:00Z");
+    // Unsigned seconds cannot say 1960.
+    unsigned char bytes[8];
+    uint32_t length = 0;
+    EXPECT_NE(R_TIME_export(time.get(), R_TIME_FORMAT_SECONDS_BE, bytes, &length, 8), R_ERROR_NONE);
+    EXPECT_EQ(R_CRL_get_info(crl.get(), R_CRL_INFO_NEXT_UPDATE, time.get()), R_ERROR_NOT_PRESENT);
+    EXPECT_EQ(text(time.get()), "1960-01-01T00:00:00Z");
+    ExtPtr number = ext();
+    EXPECT_EQ(R_CRL_get_info(crl.get(), R_CRL_INFO_CRL_NUMBER, number.get()), R_ERROR_NOT_PRESENT);
+    R_ITEM item{};
+    EXPECT_EQ(R_EXT_get_info(number.get(), R_EXT_INFO_VALUE, &item), R_ERROR_NOT_PRESENT);
+
+    std::set<std::string> dates;
+    EntryPtr entry = this->entry();
+    for (uint32_t index = 0; index < 2; ++index) {
+        ASSERT_EQ(R_CRL_get_entry(crl.get(), index, entry.get()), R_ERROR_NONE);
+        EXPECT_EQ(R_CRL_ENTRY_get_info(entry.get(), R_CRL_ENTRY_INFO_REVOCATION_DATE, time.get()),
+                  R_ERROR_NONE);
+        dates.insert(text(time.get()));
+    }
+    EXPECT_EQ(dates, (std::set<std::string>{"2051-03-04T05:06:07Z", "1949-12-31T23:59:59Z"}));
+
+    // A CRL with a nextUpdate past 2049 carries it as a GeneralizedTime.
+    spec.nextUpdate = 2855822400; // 2060-06-30T12:00:00Z
+    crl = decode(make_crl(shared_issuer(), spec));
+    EXPECT_EQ(R_CRL_get_info(crl.get(), R_CRL_INFO_NEXT_UPDATE, time.get()), R_ERROR_NONE);
+    EXPECT_EQ(seconds(time.get()), 2855822400);
+
+    // A CRL made empty has no entries and no times yet.
+    R_CRL* empty = nullptr;
+    ASSERT_EQ(R_CRL_new(lib, 0, &empty), R_ERROR_NONE);
+    CrlPtr emptyCrl(empty);
+    uint32_t count = 99;
+    EXPECT_EQ(R_CRL_get_entry_count(empty, &count), R_ERROR_NONE);
+    EXPECT_EQ(count, 0u);
+    EXPECT_NE(R_CRL_get_entry(empty, 0, entry.get()), R_ERROR_NONE);
+    EXPECT_EQ(R_CRL_get_info(empty, R_CRL_INFO_THIS_UPDATE, time.get()), R_ERROR_NOT_PRESENT);
+    EXPECT_EQ(R_CRL_get_info(empty, R_CRL_INFO_NEXT_UPDATE, time.get()), R_ERROR_NOT_PRESENT);
+}
+
+TEST_F(ToolkitCrlRead, EntrySerialsAreTheEncodedOctets) {
+    // Serials of 1 to 20 bytes, each with and without the high bit set, and zero.
+    std::vector<Bytes> magnitudes = {{0x00}, {0x80}, {0x7f}};
+    for (size_t length = 1; length <= 20; ++length) {
+        Bytes low(length), high(length);
+        for (size_t i = 0; i < length; ++i) {
+            low[i] = static_cast<unsigned char>(0x11 * (i + 1));
+            high[i] = static_cast<unsigned char>(0xff - i);
+        }
+        low[0] = 0x5a;
+        high[0] |= 0x80;
+        magnitudes.push_back(low);
+        magnitudes.push_back(high);
+    }
+    CrlSpec spec;
+    std::map<Bytes, int64_t> expected; // content octets -> revocation date
+    for (size_t i = 0; i < magnitudes.size(); ++i) {
+        RevokedSpec revoked = revoked_serial(magnitudes[i]);
+        revoked.revocationDate = 1767225600 + static_cast<time_t>(i) * 61;
+        spec.revoked.push_back(revoked);
+        expected[content_octets(magnitudes[i])] = revoked.revocationDate;
+    }
+    ASSERT_EQ(expected.size(), magnitudes.size());
+    EXPECT_EQ(content_octets({0x80}), (Bytes{0x00, 0x80}));
+    CrlPtr crl = decode(make_crl(shared_issuer(), spec));
+    ASSERT_NE(crl, nullptr);
+
+    uint32_t count = 0;
+    ASSERT_EQ(R_CRL_get_entry_count(crl.get(), &count), R_ERROR_NONE);
+    ASSERT_EQ(count, magnitudes.size());
+    EntryPtr entry = this->entry();
+    R_ITEM item{};
+    EXPECT_EQ(R_CRL_ENTRY_get_info(entry.get(), R_CRL_ENTRY_INFO_SERIAL, &item),
+              R_ERROR_NOT_PRESENT);
+    TimePtr time = this->time();
+    std::map<Bytes, int64_t> seen;
+    for (uint32_t index = 0; index < count; ++index) {
+        ASSERT_EQ(R_CRL_get_entry(crl.get(), index, entry.get()), R_ERROR_NONE);
+        const Bytes serial = serial_of(entry.get());
+        EXPECT_EQ(R_CRL_ENTRY_get_info(entry.get(), R_CRL_ENTRY_INFO_REVOCATION_DATE, time.get()),
+                  R_ERROR_NONE);
+        seen[serial] = seconds(time.get());
+    }
+    EXPECT_EQ(seen, expected);
+
+    // Out of range leaves the entry as it was.
+    const Bytes last = serial_of(entry.get());
+    EXPECT_NE(R_CRL_get_entry(crl.get(), count, entry.get()), R_ERROR_NONE);
+    EXPECT_NE(R_CRL_get_entry(crl.get(), 0xffffffffu, entry.get()), R_ERROR_NONE);
+    EXPECT_EQ(serial_of(entry.get()), last);
+
+    // The entry holds a copy: it outlives the CRL, and its item stays put.
+    ASSERT_EQ(R_CRL_get_entry(crl.get(), 3, entry.get()), R_ERROR_NONE);
+    R_ITEM first{};
+    ASSERT_EQ(R_CRL_ENTRY_get_info(entry.get(), R_CRL_ENTRY_INFO_SERIAL, &first), R_ERROR_NONE);
+    const Bytes kept = item_bytes(first);
+    crl.reset();
+    EXPECT_EQ(R_CRL_ENTRY_get_info(entry.get(), R_CRL_ENTRY_INFO_SERIAL, &item), R_ERROR_NONE);
+    EXPECT_EQ(item.data, first.data);
+    EXPECT_EQ(item_bytes(item), kept);
+
+    EXPECT_EQ(R_CRL_ENTRY_get_info(entry.get(), 0x8008, &item), R_ERROR_FAILED);
+    EXPECT_EQ(R_CRL_ENTRY_get_info(entry.get(), R_CRL_ENTRY_INFO_SERIAL, nullptr),
+              R_ERROR_NULL_ARG);
+    EXPECT_EQ(R_CRL_get_entry_count(nullptr, &count), R_ERROR_NULL_ARG);
+    R_CRL_ENTRY* made = nullptr;
+    EXPECT_EQ(R_CRL_ENTRY_new(nullptr, 0, &made), R_ERROR_NULL_ARG);
+    EXPECT_EQ(R_CRL_ENTRY_new(lib, 1, &made), R_ERROR_FAILED);
+    EXPECT_EQ(made, nullptr);
+    EXPECT_EQ(R_CRL_ENTRY_free(nullptr), R_ERROR_NONE);
+    EXPECT_EQ(R_EXT_free(nullptr), R_ERROR_NONE);
+}
+
+TEST_F(ToolkitCrlRead, FindEntryAmongThousands) {
+    const Issuer& issuer = shared_issuer();
+    std::mt19937 random(5280);
+    std::set<Bytes> listed; // magnitudes, leading byte non-zero
+    auto random_magnitude = [&random] {
+        Bytes magnitude(1 + random() % 20);
+        for (unsigned char& byte : magnitude)
+            byte = static_cast<unsigned char>(random());
+        magnitude[0] = static_cast<unsigned char>(1 + random() % 255);
+        return magnitude;
+    };
+    while (listed.size() < 3000)
+        listed.insert(random_magnitude());
+    CrlSpec spec;
+    std::map<Bytes, time_t> dates;
+    for (const Bytes& magnitude : listed) {
+        RevokedSpec revoked = revoked_serial(magnitude);
+        revoked.revocationDate = 1700000000 + static_cast<time_t>(random() % 10000000);
+        dates[magnitude] = revoked.revocationDate;
+        spec.revoked.push_back(revoked);
+    }
+    // Entries whose reason is keyCompromise (1) and removeFromCRL (8).
+    const Bytes compromised = {0x7e, 0x01};
+    const Bytes removed = {0x7e, 0x08};
+    spec.revoked.push_back({compromised, 1700000000, {{"2.5.29.21", false, {0x0a, 0x01, 0x01}}}});
+    spec.revoked.push_back({removed, 1700000000, {{"2.5.29.21", false, {0x0a, 0x01, 0x08}}}});
+    CrlPtr crl = decode(make_crl(issuer, spec));
+    ASSERT_NE(crl, nullptr);
+
+    EntryPtr entry = this->entry();
+    TimePtr time = this->time();
+    auto find = [&](const Bytes& magnitude) {
+        LeafSpec leaf;
+        leaf.serial = magnitude;
+        CertPtr cert = this->cert(make_leaf(issuer, leaf).get());
+        return R_CRL_find_entry(crl.get(), cert.get(), entry.get());
+    };
+    std::vector<Bytes> all(listed.begin(), listed.end());
+    for (int round = 0; round < 12; ++round) {
+        const Bytes& magnitude = all[random() % all.size()];
+        ASSERT_EQ(find(magnitude), R_ERROR_NONE);
+        EXPECT_EQ(serial_of(entry.get()), content_octets(magnitude));
+        EXPECT_EQ(R_CRL_ENTRY_get_info(entry.get(), R_CRL_ENTRY_INFO_REVOCATION_DATE, time.get()),
+                  R_ERROR_NONE);
+        EXPECT_EQ(seconds(time.get()), dates[magnitude]);
+    }
+    const Bytes before = serial_of(entry.get());
+    for (int round = 0; round < 12; ++round) {
+        Bytes magnitude = random_magnitude();
+        if (listed.count(magnitude) != 0)
+            continue;
+        EXPECT_EQ(find(magnitude), R_ERROR_NOT_FOUND);
+    }
+    // Neighbours of a listed serial differ by one in the last byte.
+    Bytes neighbour = all[17];
+    neighbour.back() ^= 0x01;
+    if (listed.count(neighbour) == 0) {
+        EXPECT_EQ(find(neighbour), R_ERROR_NOT_FOUND);
+    }
+    EXPECT_EQ(serial_of(entry.get()), before);
+
+    EXPECT_EQ(find(compromised), R_ERROR_NONE);
+    EXPECT_EQ(serial_of(entry.get()), compromised);
+    EXPECT_EQ(find(removed), R_ERROR_NOT_FOUND);
+
+    // Lookups sort the list; the set of entries is unchanged.
+    uint32_t count = 0;
+    ASSERT_EQ(R_CRL_get_entry_count(crl.get(), &count), R_ERROR_NONE);
+    ASSERT_EQ(count, listed.size() + 2);
+    std::set<Bytes> seen;
+    for (uint32_t index = 0; index < count; ++index) {
+        ASSERT_EQ(R_CRL_get_entry(crl.get(), index, entry.get()), R_ERROR_NONE);
+        seen.insert(serial_of(entry.get()));
+    }
+    std::set<Bytes> expected = {compromised, removed};
+    for (const Bytes& magnitude : listed)
+        expected.insert(content_octets(magnitude));
+    EXPECT_EQ(seen, expected);
+    EXPECT_EQ(ERR_peek_error(), 0u);
+
+    CertPtr cert = this->cert(issuer.cert.get());
+    EXPECT_EQ(R_CRL_find_entry(nullptr, cert.get(), entry.get()), R_ERROR_NULL_ARG);
+    EXPECT_EQ(R_CRL_find_entry(crl.get(), nullptr, entry.get()), R_ERROR_NULL_ARG);
+    EXPECT_EQ(R_CRL_find_entry(crl.get(), cert.get(), nullptr), R_ERROR_NULL_ARG);
+}
+
+TEST_F(ToolkitCrlRead, VerifyTellsGoodSignaturesFromBad) {
+    TempDir dir;
+    const std::vector<std::pair<KeyKind, KeyKind>> kinds = {
+        {KeyKind::Rsa2048, KeyKind::EcP256},
+        {KeyKind::RsaPss, KeyKind::EcP256},
+        {KeyKind::EcP256, KeyKind::Ed25519},
+        {KeyKind::Ed25519, KeyKind::Rsa2048},
+    };
+    for (const auto& [kind, otherKind] : kinds) {
+        SCOPED_TRACE(static_cast<int>(kind));
+        const Issuer& issuer = shared_issuer(kind);
+        CrlSpec spec;
+        spec.revoked = {revoked_serial({0x42})};
+        const Bytes good = make_crl(issuer, spec);
+        // Flip one bit of the issuer's common name, inside the signed part.
+        const std::string marker = "Shared CA";
+        auto at = std::search(good.begin(), good.end(), marker.begin(), marker.end());
+        ASSERT_NE(at, good.end());
+        Bytes tampered = good;
+        tampered[static_cast<size_t>(at - good.begin())] ^= 0x01;
+
+        CertPtr issuerCert = cert(issuer.cert.get());
+        CrlPtr goodCrl = decode(good);
+        CrlPtr tamperedCrl = decode(tampered);
+        ASSERT_NE(tamperedCrl, nullptr);
+        uint32_t result = 0xdead;
+        EXPECT_EQ(R_CRL_verify(goodCrl.get(), issuerCert.get(), &result), R_ERROR_NONE);
+        EXPECT_EQ(result, 0u);
+        result = 0;
+        EXPECT_EQ(R_CRL_verify(tamperedCrl.get(), issuerCert.get(), &result), R_ERROR_NONE);
+        EXPECT_NE(result, 0u);
+        EXPECT_EQ(ERR_peek_error(), 0u);
+
+        // The openssl command agrees on both.
+        write_file(dir / "ca.der", cert_der(issuer.cert.get()));
+        write_file(dir / "good.crl", good);
+        write_file(dir / "tampered.crl", tampered);
+        ASSERT_EQ(run_in(dir.path(), "openssl x509 -inform DER -in ca.der -out ca.pem"), 0);
+        EXPECT_EQ(run_in(dir.path(), "openssl crl -inform DER -in good.crl -CAfile ca.pem -noout"),
+                  0);
+        EXPECT_NE(
+            run_in(dir.path(), "openssl crl -inform DER -in tampered.crl -CAfile ca.pem -noout"),
+            0);
+
+        // Another key of the same kind, under the same name.
+        IssuerSpec sameName;
+        sameName.kind = kind;
+        sameName.commonName = issuer.commonName;
+        const Issuer impostor = make_issuer(sameName);
+        CertPtr impostorCert = cert(impostor.cert.get());
+        result = 0;
+        EXPECT_EQ(R_CRL_verify(goodCrl.get(), impostorCert.get(), &result), R_ERROR_NONE);
+        EXPECT_NE(result, 0u);
+        EXPECT_EQ(ERR_peek_error(), 0u);
+
+        // With a key of another algorithm the check cannot even be made.
+        CertPtr otherCert = cert(shared_issuer(otherKind).cert.get());
+        EXPECT_EQ(R_CRL_verify(goodCrl.get(), otherCert.get(), &result), R_ERROR_CRYPTO);
+        EXPECT_EQ(ERR_peek_error(), 0u);
+
+        EXPECT_EQ(R_CRL_verify(goodCrl.get(), issuerCert.get(), nullptr), R_ERROR_NULL_ARG);
+        EXPECT_EQ(R_CRL_verify(goodCrl.get(), nullptr, &result), R_ERROR_NULL_ARG);
+        EXPECT_EQ(R_CRL_verify(nullptr, issuerCert.get(), &result), R_ERROR_NULL_ARG);
+    }
+}
