@@ -277,8 +277,9 @@ QXCRL_API extern const char qx0266trc[];
  * caller's until qxcert_free; on failure *out is NULL and nothing stays
  * allocated.
  *
- * Statuses: QXL_ERR_BAD_ARGUMENT for a NULL argument or a context without a
- * layer, QXL_ERR_CERT_DECODE for bytes that are not a certificate,
+ * Statuses: QXL_ERR_BAD_ARGUMENT for a NULL argument (bytes may be NULL when
+ * length is 0) or a context without a layer, QXL_ERR_CERT_DECODE for bytes
+ * that are not a certificate (no bytes included),
  * QXL_ERR_OUT_OF_MEMORY, QXL_ERR_TOOLKIT for other toolkit failures.
  */
 QXCRL_API StatusCode qxcert_from_bytes(SecurityContext* ctx, const unsigned char* bytes,

@@ -209,7 +209,8 @@ extern "C" StatusCode qxcert_from_bytes(SecurityContext* ctx, const unsigned cha
         return QXL_ERR_BAD_ARGUMENT;
     *out = nullptr;
     R_CERT_CTX* certCtx = nullptr;
-    if (ctx == nullptr || bytes == nullptr || qxGCC_GetCertcCtx(ctx, &certCtx) != 0)
+    if (ctx == nullptr || (bytes == nullptr && length != 0) ||
+        qxGCC_GetCertcCtx(ctx, &certCtx) != 0)
         return QXL_ERR_BAD_ARGUMENT;
     StatusCode status = 0;
     CertificateRecord* record = allocate<CertificateRecord>(ctx, 1, &status);

@@ -16,16 +16,16 @@ class CertStatusTest : public LayerTest {
   protected:
     void SetUp() override {
         LayerTest::SetUp();
-        CrlSpec spec;
-        spec.thisUpdate = now - 7200;
-        spec.nextUpdate = now - 60; // expired: currency is not this operation's business
+        CrlOptions recipe;
+        recipe.thisUpdate = now - 7200;
+        recipe.nextUpdate = now - 60; // expired: currency is not this operation's business
         for (auto [serial, date] :
              {std::pair<unsigned char, int64_t>{0x10, now - 100}, {0x11, now}, {0x12, now + 100}}) {
-            RevokedSpec entry = revoked_serial({serial});
+            RevokedEntry entry = revoked_serial({serial});
             entry.revocationDate = date;
-            spec.revoked.push_back(entry);
+            recipe.revoked.push_back(entry);
         }
-        const Bytes der = make_crl(shared_issuer(), spec);
+        const Bytes der = make_crl(shared_issuer(), recipe);
         ASSERT_EQ(qxcrl_CreateCtx(ctx_, &crl_, der.data(), static_cast<uint32_t>(der.size())), 0u);
     }
     void TearDown() override {
@@ -36,9 +36,9 @@ class CertStatusTest : public LayerTest {
     // The status of a leaf with this serial issued by issuer; the level-4 texts in verdicts.
     StatusCode check(const Issuer& issuer, unsigned char serial, CertRevocationStatus& status,
                      std::vector<std::string>& verdicts) {
-        LeafSpec spec;
-        spec.serial = {serial};
-        Cert leaf = make_leaf(issuer, spec);
+        LeafOptions recipe;
+        recipe.serial = {serial};
+        Cert leaf = make_leaf(issuer, recipe);
         const Bytes der = cert_der(leaf.get());
         CertificateRecord* record = nullptr;
         EXPECT_EQ(qxcert_from_bytes(ctx_, der.data(), static_cast<uint32_t>(der.size()), &record),

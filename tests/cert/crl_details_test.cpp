@@ -70,21 +70,21 @@ TEST_F(CrlDetailsTest, EveryItemOnEveryAlgorithm) {
                                        {KeyKind::EcP256, 9},
                                        {KeyKind::Ed25519, 12}}) {
         SCOPED_TRACE("signature type " + std::to_string(algorithm.signatureType));
-        IssuerSpec issuerSpec;
-        issuerSpec.kind = algorithm.kind;
-        issuerSpec.commonName =
+        IssuerOptions issuerOptions;
+        issuerOptions.kind = algorithm.kind;
+        issuerOptions.commonName =
             "Zoë \"Test\", CA+1 <" + std::to_string(algorithm.signatureType) + ">";
-        const Issuer issuer = make_issuer(issuerSpec);
-        CrlSpec spec;
-        spec.thisUpdate = thisUpdate;
-        spec.nextUpdate = nextUpdate;
-        spec.crlNumber = 300;
+        const Issuer issuer = make_issuer(issuerOptions);
+        CrlOptions recipe;
+        recipe.thisUpdate = thisUpdate;
+        recipe.nextUpdate = nextUpdate;
+        recipe.crlNumber = 300;
         for (size_t i = 0; i < serials.size(); ++i) {
-            RevokedSpec entry = revoked_serial(serials[i]);
+            RevokedEntry entry = revoked_serial(serials[i]);
             entry.revocationDate = thisUpdate - 86400 * static_cast<time_t>(i + 1);
-            spec.revoked.push_back(entry);
+            recipe.revoked.push_back(entry);
         }
-        const Bytes der = make_crl(issuer, spec);
+        const Bytes der = make_crl(issuer, recipe);
         CrlObject* crl = decode(der);
 
         uint32_t word = 0;
@@ -105,7 +105,7 @@ TEST_F(CrlDetailsTest, EveryItemOnEveryAlgorithm) {
 
         // Entries come back in the CRL's order; match them up by serial.
         std::set<std::pair<Bytes, std::string>> expected, found;
-        for (const RevokedSpec& entry : spec.revoked)
+        for (const RevokedEntry& entry : recipe.revoked)
             expected.insert({content_octets(entry.serial), rfc3339(entry.revocationDate)});
         for (uint32_t index = 0; index < word; ++index) {
             unsigned char bytes[32];
@@ -126,11 +126,11 @@ TEST_F(CrlDetailsTest, EveryItemOnEveryAlgorithm) {
 }
 
 TEST_F(CrlDetailsTest, AbsentItemsAndBadArgumentsLeaveTheOutputAlone) {
-    CrlSpec spec;
-    spec.nextUpdate = std::nullopt;
-    spec.crlNumber = std::nullopt;
-    spec.revoked = {revoked_serial({0x05})};
-    CrlObject* crl = decode(make_crl(shared_issuer(), spec));
+    CrlOptions recipe;
+    recipe.nextUpdate = std::nullopt;
+    recipe.crlNumber = std::nullopt;
+    recipe.revoked = {revoked_serial({0x05})};
+    CrlObject* crl = decode(make_crl(shared_issuer(), recipe));
 
     char text[129];
     std::memset(text, 'x', sizeof text);

@@ -51,9 +51,9 @@ class CrlObjectTest : public LayerTest {
   protected:
     void SetUp() override {
         LayerTest::SetUp();
-        CrlSpec spec;
-        spec.revoked = {revoked_serial({0x01}), revoked_serial({0x00, 0x9a, 0xbc})};
-        der_ = make_crl(shared_issuer(), spec);
+        CrlOptions recipe;
+        recipe.revoked = {revoked_serial({0x01}), revoked_serial({0x00, 0x9a, 0xbc})};
+        der_ = make_crl(shared_issuer(), recipe);
     }
 
     // Asserts the one decode-failure record of qxcrl_CreateCtx.
@@ -99,9 +99,9 @@ TEST_F(CrlObjectTest, ToolkitModePicksTheLibraryContext) {
 
 TEST_F(CrlObjectTest, CreateCtxDecodesSilentlyAndKeepsTheBytes) {
     for (KeyKind kind : {KeyKind::EcP256, KeyKind::Rsa2048, KeyKind::Ed25519}) {
-        CrlSpec spec;
-        spec.revoked = {revoked_serial({0x7f}), revoked_serial({0xff, 0x01})};
-        const Bytes der = make_crl(shared_issuer(kind), spec);
+        CrlOptions recipe;
+        recipe.revoked = {revoked_serial({0x7f}), revoked_serial({0xff, 0x01})};
+        const Bytes der = make_crl(shared_issuer(kind), recipe);
         CrlObject* crl = nullptr;
         ASSERT_EQ(qxcrl_CreateCtx(ctx_, &crl, der.data(), size_of(der)), 0u);
         ASSERT_NE(crl, nullptr);
@@ -169,7 +169,7 @@ TEST_F(CrlObjectTest, CreateCtxRefusesWhatIsNotACrl) {
         inputs.push_back({"random " + std::to_string(round), noise, R_ERROR_DECODE});
     }
     inputs.push_back({"a certificate", cert_der(shared_issuer().cert.get()), R_ERROR_DECODE});
-    CrlSpec partial;
+    CrlOptions partial;
     partial.extensions = {{"1.2.3.4", true, {0x05, 0x00}}};
     inputs.push_back(
         {"critical unknown extension", make_crl(shared_issuer(), partial), R_ERROR_UNSUPPORTED});

@@ -39,12 +39,12 @@ class CrlVerificationTest : public LayerTest {
         }
         return texts;
     }
-    CrlSpec spec_at(std::optional<time_t> nextUpdate) {
-        CrlSpec spec;
-        spec.thisUpdate = now - 3600;
-        spec.nextUpdate = nextUpdate;
-        spec.revoked = {revoked_serial({0x42})};
-        return spec;
+    CrlOptions recipe_at(std::optional<time_t> nextUpdate) {
+        CrlOptions recipe;
+        recipe.thisUpdate = now - 3600;
+        recipe.nextUpdate = nextUpdate;
+        recipe.revoked = {revoked_serial({0x42})};
+        return recipe;
     }
 
     FixedClock clock_{now};
@@ -56,7 +56,7 @@ class CrlVerificationTest : public LayerTest {
 TEST_F(CrlVerificationTest, GoodSignatureAndCurrency) {
     for (KeyKind kind : {KeyKind::Rsa2048, KeyKind::RsaPss, KeyKind::EcP256, KeyKind::Ed25519}) {
         const Issuer& issuer = shared_issuer(kind);
-        CrlObject* crl = decode(make_crl(issuer, spec_at(now + 1)));
+        CrlObject* crl = decode(make_crl(issuer, recipe_at(now + 1)));
         CertificateRecord* issuerRecord = nullptr;
         const Bytes der = cert_der(issuer.cert.get());
         ASSERT_EQ(
@@ -85,12 +85,12 @@ TEST_F(CrlVerificationTest, SignatureFailuresComeBeforeCurrency) {
 
     // Good signature, current.
     CrlValidity validity = 0;
-    CrlObject* good = decode(make_crl(issuer, spec_at(now + 60)));
+    CrlObject* good = decode(make_crl(issuer, recipe_at(now + 60)));
     EXPECT_EQ(qxcrl_VerifyCRL(ctx_, good, issuerRecord, &validity), 0u);
     EXPECT_EQ(validity, QXCRL_CRL_CURRENT);
 
     // One flipped bit in the signed part: the revoked serial 0x42 becomes 0x43.
-    Bytes tampered = make_crl(issuer, spec_at(now + 60));
+    Bytes tampered = make_crl(issuer, recipe_at(now + 60));
     const Bytes serial{0x02, 0x01, 0x42};
     auto at = std::search(tampered.begin(), tampered.end(), serial.begin(), serial.end());
     ASSERT_NE(at, tampered.end());
@@ -115,10 +115,10 @@ TEST_F(CrlVerificationTest, SignatureFailuresComeBeforeCurrency) {
 
     // Another issuer's certificate, same algorithm and another one.
     for (KeyKind other : {KeyKind::EcP256, KeyKind::Rsa2048}) {
-        IssuerSpec spec;
-        spec.kind = other;
-        spec.commonName = issuer.commonName; // same name, other key
-        const Issuer impostor = make_issuer(spec);
+        IssuerOptions recipe;
+        recipe.kind = other;
+        recipe.commonName = issuer.commonName; // same name, other key
+        const Issuer impostor = make_issuer(recipe);
         CertificateRecord* impostorRecord = nullptr;
         const Bytes der = cert_der(impostor.cert.get());
         ASSERT_EQ(
@@ -131,7 +131,7 @@ TEST_F(CrlVerificationTest, SignatureFailuresComeBeforeCurrency) {
     }
 
     // Badly signed and expired: the signature decides, validity untouched.
-    Bytes expired = make_crl(issuer, spec_at(now - 60));
+    Bytes expired = make_crl(issuer, recipe_at(now - 60));
     at = std::search(expired.begin(), expired.end(), serial.begin(), serial.end());
     at[2] ^= 0x01;
     CrlObject* both = decode(expired);
@@ -146,26 +146,26 @@ TEST_F(CrlVerificationTest, NextUpdateDecidesCurrency) {
     CrlValidity validity = 0;
 
     // Equal to now is expired.
-    CrlObject* atNow = decode(make_crl(issuer, spec_at(now)));
+    CrlObject* atNow = decode(make_crl(issuer, recipe_at(now)));
     trace_.clear();
     EXPECT_EQ(qxcrl_Verify(ctx_, atNow, nullptr, &validity), QXERR_CRL_EXPIRED);
     EXPECT_EQ(validity, QXCRL_CRL_EXPIRED);
     EXPECT_EQ(verdicts(), std::vector<std::string>{"CRL Verify failed, CRL expired:0"});
 
-    CrlObject* past = decode(make_crl(issuer, spec_at(now - 1)));
+    CrlObject* past = decode(make_crl(issuer, recipe_at(now - 1)));
     trace_.clear();
     EXPECT_EQ(qxcrl_Verify(ctx_, past, nullptr, &validity), QXERR_CRL_EXPIRED);
     EXPECT_EQ(verdicts(), std::vector<std::string>{"CRL Verify failed, CRL expired:-1"});
 
     // thisUpdate in the future does not matter.
-    CrlSpec early = spec_at(now + 7200);
+    CrlOptions early = recipe_at(now + 7200);
     early.thisUpdate = now + 3600;
     validity = 0;
     EXPECT_EQ(qxcrl_Verify(ctx_, decode(make_crl(issuer, early)), nullptr, &validity), 0u);
     EXPECT_EQ(validity, QXCRL_CRL_CURRENT);
 
     // No nextUpdate: a failure, not an expiry.
-    CrlObject* open = decode(make_crl(issuer, spec_at(std::nullopt)));
+    CrlObject* open = decode(make_crl(issuer, recipe_at(std::nullopt)));
     trace_.clear();
     validity = 77;
     EXPECT_EQ(qxcrl_Verify(ctx_, open, nullptr, &validity), QXERR_CRL_SIGN);
@@ -178,7 +178,7 @@ TEST_F(CrlVerificationTest, NextUpdateDecidesCurrency) {
 }
 
 TEST_F(CrlVerificationTest, MissingArguments) {
-    CrlObject* crl = decode(make_crl(shared_issuer(), spec_at(now + 60)));
+    CrlObject* crl = decode(make_crl(shared_issuer(), recipe_at(now + 60)));
     CrlValidity validity = 77;
     trace_.clear();
     EXPECT_EQ(qxcrl_Verify(nullptr, crl, nullptr, &validity), QXERR_BAD_PARAMETER);

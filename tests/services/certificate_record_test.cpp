@@ -43,16 +43,16 @@ class CertificateRecordTest : public LayerTest {
   protected:
     void SetUp() override {
         LayerTest::SetUp();
-        spec_.commonName = "Record Leaf, Ünïcode";
-        spec_.serial = {0x80, 0x42};
-        spec_.notBefore = 1700000000;
-        spec_.notAfter = 2600000000;
-        spec_.distributionPoints = {
+        plan_.commonName = "Record Leaf, Ünïcode";
+        plan_.serial = {0x80, 0x42};
+        plan_.notBefore = 1700000000;
+        plan_.notAfter = 2600000000;
+        plan_.distributionPoints = {
             {"ldap://ldap.example.com/cn=CA,o=Example?certificateRevocationList;binary",
              "http://crl.example.com/ca.crl"},
             {"ldap://second.example.com/cn=CA"},
         };
-        leaf_ = make_leaf(shared_issuer(), spec_);
+        leaf_ = make_leaf(shared_issuer(), plan_);
         der_ = cert_der(leaf_.get());
         pem_ = cert_pem(leaf_.get());
         write_text(dir_ / "leaf.pem", pem_);
@@ -71,20 +71,20 @@ class CertificateRecordTest : public LayerTest {
         R_ITEM serial{};
         ASSERT_EQ(R_CERT_get_info(record->cert, R_CERT_INFO_SERIAL, &serial), R_ERROR_NONE);
         EXPECT_EQ(Bytes(serial.data, serial.data + serial.len), (Bytes{0x00, 0x80, 0x42}));
-        ASSERT_EQ(record->distPointCount, spec_.distributionPoints.size());
+        ASSERT_EQ(record->distPointCount, plan_.distributionPoints.size());
         for (uint32_t index = 0; index < record->distPointCount; ++index) {
             const CrlDistPoint& point = record->distPoints[index];
             EXPECT_EQ(point.kind, QX_DIST_POINT_FULL_NAME);
             EXPECT_EQ(point.reasons, 0u);
-            ASSERT_EQ(point.nameCount, spec_.distributionPoints[index].size());
+            ASSERT_EQ(point.nameCount, plan_.distributionPoints[index].size());
             for (uint32_t n = 0; n < point.nameCount; ++n) {
                 EXPECT_EQ(point.names[n].type, QX_NAME_TYPE_URI);
-                EXPECT_STREQ(point.names[n].value, spec_.distributionPoints[index][n].c_str());
+                EXPECT_STREQ(point.names[n].value, plan_.distributionPoints[index][n].c_str());
             }
         }
     }
 
-    LeafSpec spec_;
+    LeafOptions plan_;
     Cert leaf_;
     Bytes der_;
     std::string pem_;
@@ -130,7 +130,7 @@ TEST_F(CertificateRecordTest, BuildsFromDerPemAndFiles) {
 // A CA certificate the openssl command made, with a long subject and an LDAP
 // distribution point given on the command line.
 TEST_F(CertificateRecordTest, ReadsWhatTheOpensslCommandWrites) {
-    std::string subject = "/C=FR/O=Société Générale d'Essai";
+    std::string subject = "/C=FR/O=Société Générale de Test";
     for (int unit = 0; unit < 6; ++unit)
         subject += "/OU=organisational unit number " + std::to_string(unit) + " (long)";
     subject += "/CN=Autorité de test+serialNumber=42";
@@ -184,7 +184,7 @@ TEST_F(CertificateRecordTest, ReadsWhatTheOpensslCommandWrites) {
 TEST_F(CertificateRecordTest, RefusesWhatIsNotACertificate) {
     std::vector<std::pair<std::string, Bytes>> inputs = {
         {"empty", {}},
-        {"a CRL", make_crl(shared_issuer(), CrlSpec{})},
+        {"a CRL", make_crl(shared_issuer(), CrlOptions{})},
         {"a SEQUENCE of nothing", {0x30, 0x00}},
         {"text without a certificate", bytes_of("hello\n")},
         {"PEM cut short", bytes_of(pem_.substr(0, pem_.size() / 2))},
@@ -202,7 +202,7 @@ TEST_F(CertificateRecordTest, RefusesWhatIsNotACertificate) {
     }
 
     write_file(dir_ / "empty.der", {});
-    write_file(dir_ / "crl.der", make_crl(shared_issuer(), CrlSpec{}));
+    write_file(dir_ / "crl.der", make_crl(shared_issuer(), CrlOptions{}));
     CertificateRecord* record = nullptr;
     EXPECT_EQ(qxcert_from_file(ctx_, (dir_ / "empty.der").c_str(), &record), QXL_ERR_CERT_DECODE);
     EXPECT_EQ(qxcert_from_file(ctx_, (dir_ / "crl.der").c_str(), &record), QXL_ERR_CERT_DECODE);
@@ -226,7 +226,7 @@ TEST_F(CertificateRecordTest, RefusesWhatIsNotACertificate) {
 TEST_F(CertificateRecordTest, AllocationFailureSweeps) {
     // A long subject makes the text buffer grow; several points and names
     // give every allocation of the record a turn.
-    LeafSpec wide = spec_;
+    LeafOptions wide = plan_;
     wide.distributionPoints.push_back({"http://a/1", "http://a/2", "http://a/3"});
     const Cert leaf = make_leaf(shared_issuer(), wide);
     X509_NAME* subject = X509_NAME_new();

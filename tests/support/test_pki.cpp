@@ -81,8 +81,8 @@ Pkey make_key(KeyKind kind) {
     return Pkey(key);
 }
 
-Issuer make_issuer(const IssuerSpec& spec) {
-    Issuer issuer{spec.commonName, spec.kind, make_key(spec.kind), Cert(X509_new())};
+Issuer make_issuer(const IssuerOptions& recipe) {
+    Issuer issuer{recipe.commonName, recipe.kind, make_key(recipe.kind), Cert(X509_new())};
     X509* cert = issuer.cert.get();
     X509_set_version(cert, X509_VERSION_3);
     ASN1_INTEGER_set(X509_get_serialNumber(cert), 1000);
@@ -92,11 +92,11 @@ Issuer make_issuer(const IssuerSpec& spec) {
     X509_NAME_add_entry_by_txt(name, "O", MBSTRING_ASC,
                                reinterpret_cast<const unsigned char*>("qxcrl tests"), -1, -1, 0);
     X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
-                               reinterpret_cast<const unsigned char*>(spec.commonName.c_str()), -1,
-                               -1, 0);
+                               reinterpret_cast<const unsigned char*>(recipe.commonName.c_str()),
+                               -1, -1, 0);
     X509_set_issuer_name(cert, name);
-    ASN1_TIME_set(X509_getm_notBefore(cert), spec.notBefore);
-    ASN1_TIME_set(X509_getm_notAfter(cert), spec.notAfter);
+    ASN1_TIME_set(X509_getm_notBefore(cert), recipe.notBefore);
+    ASN1_TIME_set(X509_getm_notAfter(cert), recipe.notAfter);
     X509_set_pubkey(cert, issuer.key.get());
 
     X509V3_CTX v3;
@@ -109,29 +109,29 @@ Issuer make_issuer(const IssuerSpec& spec) {
         X509_add_ext(cert, extension, -1);
         X509_EXTENSION_free(extension);
     }
-    require(X509_sign(cert, issuer.key.get(), digest_for(spec.kind)) > 0, "issuer signature");
+    require(X509_sign(cert, issuer.key.get(), digest_for(recipe.kind)) > 0, "issuer signature");
     return issuer;
 }
 
-Cert make_leaf(const Issuer& issuer, const LeafSpec& spec) {
+Cert make_leaf(const Issuer& issuer, const LeafOptions& recipe) {
     Cert cert(X509_new());
     Pkey key = make_key(KeyKind::EcP256);
     X509* leaf = cert.get();
     X509_set_version(leaf, X509_VERSION_3);
-    ASN1_INTEGER* serial = integer_from_magnitude(spec.serial);
+    ASN1_INTEGER* serial = integer_from_magnitude(recipe.serial);
     X509_set_serialNumber(leaf, serial);
     ASN1_INTEGER_free(serial);
     X509_set_issuer_name(leaf, X509_get_subject_name(issuer.cert.get()));
     X509_NAME* name = X509_get_subject_name(leaf);
     X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
-                               reinterpret_cast<const unsigned char*>(spec.commonName.c_str()), -1,
-                               -1, 0);
-    ASN1_TIME_set(X509_getm_notBefore(leaf), spec.notBefore);
-    ASN1_TIME_set(X509_getm_notAfter(leaf), spec.notAfter);
+                               reinterpret_cast<const unsigned char*>(recipe.commonName.c_str()),
+                               -1, -1, 0);
+    ASN1_TIME_set(X509_getm_notBefore(leaf), recipe.notBefore);
+    ASN1_TIME_set(X509_getm_notAfter(leaf), recipe.notAfter);
     X509_set_pubkey(leaf, key.get());
-    if (!spec.distributionPoints.empty()) {
+    if (!recipe.distributionPoints.empty()) {
         CRL_DIST_POINTS* points = sk_DIST_POINT_new_null();
-        for (const auto& uris : spec.distributionPoints) {
+        for (const auto& uris : recipe.distributionPoints) {
             DIST_POINT* point = DIST_POINT_new();
             point->distpoint = DIST_POINT_NAME_new();
             point->distpoint->type = 0;
@@ -156,26 +156,26 @@ const Issuer& shared_issuer(KeyKind kind) {
     static std::map<KeyKind, Issuer> issuers;
     auto found = issuers.find(kind);
     if (found == issuers.end()) {
-        IssuerSpec spec;
-        spec.kind = kind;
-        spec.commonName = "qxcrl Shared CA " + std::to_string(static_cast<int>(kind));
-        found = issuers.emplace(kind, make_issuer(spec)).first;
+        IssuerOptions recipe;
+        recipe.kind = kind;
+        recipe.commonName = "qxcrl Shared CA " + std::to_string(static_cast<int>(kind));
+        found = issuers.emplace(kind, make_issuer(recipe)).first;
     }
     return found->second;
 }
 
-Bytes make_crl(const Issuer& issuer, const CrlSpec& spec) {
+Bytes make_crl(const Issuer& issuer, const CrlOptions& recipe) {
     X509_CRL* crl = X509_CRL_new();
     require(crl != nullptr, "CRL");
     X509_CRL_set_version(crl, X509_CRL_VERSION_2);
     X509_CRL_set_issuer_name(crl, X509_get_subject_name(issuer.cert.get()));
-    ASN1_TIME* time = ASN1_TIME_set(nullptr, spec.thisUpdate);
+    ASN1_TIME* time = ASN1_TIME_set(nullptr, recipe.thisUpdate);
     X509_CRL_set1_lastUpdate(crl, time);
-    if (spec.nextUpdate) {
-        ASN1_TIME_set(time, *spec.nextUpdate);
+    if (recipe.nextUpdate) {
+        ASN1_TIME_set(time, *recipe.nextUpdate);
         X509_CRL_set1_nextUpdate(crl, time);
     }
-    for (const RevokedSpec& entry : spec.revoked) {
+    for (const RevokedEntry& entry : recipe.revoked) {
         X509_REVOKED* revoked = X509_REVOKED_new();
         ASN1_INTEGER* serial = integer_from_magnitude(entry.serial);
         X509_REVOKED_set_serialNumber(revoked, serial);
@@ -190,19 +190,19 @@ Bytes make_crl(const Issuer& issuer, const CrlSpec& spec) {
         X509_CRL_add0_revoked(crl, revoked);
     }
     ASN1_TIME_free(time);
-    if (spec.crlNumber) {
+    if (recipe.crlNumber) {
         ASN1_INTEGER* number = ASN1_INTEGER_new();
-        ASN1_INTEGER_set(number, *spec.crlNumber);
+        ASN1_INTEGER_set(number, *recipe.crlNumber);
         X509_CRL_add1_ext_i2d(crl, NID_crl_number, number, 0, 0);
         ASN1_INTEGER_free(number);
     }
-    for (const RawExtension& raw : spec.extensions) {
+    for (const RawExtension& raw : recipe.extensions) {
         X509_EXTENSION* extension = raw_extension(raw);
         X509_CRL_add_ext(crl, extension, -1);
         X509_EXTENSION_free(extension);
     }
     X509_CRL_sort(crl);
-    sign_crl(crl, issuer, spec.digest);
+    sign_crl(crl, issuer, recipe.digest);
     unsigned char* der = nullptr;
     const int length = i2d_X509_CRL(crl, &der);
     X509_CRL_free(crl);

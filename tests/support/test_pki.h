@@ -37,19 +37,19 @@ struct Issuer {
     Cert cert;
 };
 
-struct IssuerSpec {
+struct IssuerOptions {
     std::string commonName = "qxcrl Test CA";
     KeyKind kind = KeyKind::EcP256;
     time_t notBefore = std::time(nullptr) - 86400;
     time_t notAfter = std::time(nullptr) + 365 * 86400;
 };
 
-Issuer make_issuer(const IssuerSpec& spec);
+Issuer make_issuer(const IssuerOptions& recipe);
 
 // An issuer per key kind, made once per process (key generation is slow).
 const Issuer& shared_issuer(KeyKind kind = KeyKind::EcP256);
 
-struct LeafSpec {
+struct LeafOptions {
     std::string commonName = "qxcrl Test Leaf";
     Bytes serial = {0x01}; // big-endian magnitude
     time_t notBefore = std::time(nullptr) - 86400;
@@ -59,7 +59,7 @@ struct LeafSpec {
 };
 
 // A leaf certificate issued and signed by issuer.
-Cert make_leaf(const Issuer& issuer, const LeafSpec& spec);
+Cert make_leaf(const Issuer& issuer, const LeafOptions& recipe);
 
 // An extension given by OID text and raw value octets.
 struct RawExtension {
@@ -68,21 +68,21 @@ struct RawExtension {
     Bytes value;
 };
 
-struct RevokedSpec {
+struct RevokedEntry {
     Bytes serial; // big-endian magnitude
     time_t revocationDate = std::time(nullptr) - 3600;
     std::vector<RawExtension> extensions;
 };
 
 // An entry revoked an hour ago with no extensions.
-inline RevokedSpec revoked_serial(Bytes serial) {
-    RevokedSpec entry;
+inline RevokedEntry revoked_serial(Bytes serial) {
+    RevokedEntry entry;
     entry.serial = std::move(serial);
     return entry;
 }
 
-struct CrlSpec {
-    std::vector<RevokedSpec> revoked;
+struct CrlOptions {
+    std::vector<RevokedEntry> revoked;
     time_t thisUpdate = std::time(nullptr) - 3600;
     std::optional<time_t> nextUpdate = std::time(nullptr) + 7 * 86400;
     std::optional<long> crlNumber = 1;
@@ -93,7 +93,7 @@ struct CrlSpec {
 };
 
 // A signed DER CRL of issuer.
-Bytes make_crl(const Issuer& issuer, const CrlSpec& spec);
+Bytes make_crl(const Issuer& issuer, const CrlOptions& recipe);
 
 Bytes cert_der(const X509* cert);
 

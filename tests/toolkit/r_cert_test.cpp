@@ -204,7 +204,7 @@ TEST_F(CertToolkitTest, NameDerIsKeptAsReceived) {
 
     // Carried as a certificate's subject, the same bytes come back and the
     // text is what openssl prints.
-    Cert carrier = make_leaf(shared_issuer(), LeafSpec{});
+    Cert carrier = make_leaf(shared_issuer(), LeafOptions{});
     const unsigned char* cursor = received.data();
     X509_NAME* subject = d2i_X509_NAME(nullptr, &cursor, static_cast<long>(received.size()));
     ASSERT_NE(subject, nullptr);
@@ -231,7 +231,7 @@ TEST_F(CertToolkitTest, NameDerIsKeptAsReceived) {
     EXPECT_EQ(R_CERT_NAME_to_binary(name, 4, nullptr, &needed), R_ERROR_NULL_ARG);
 
     // The issuer name of a certificate is its issuer field's bytes.
-    const Cert leaf = make_leaf(shared_issuer(), LeafSpec{});
+    const Cert leaf = make_leaf(shared_issuer(), LeafOptions{});
     cert = decode(cert_der(leaf.get()));
     const unsigned char* issuerDer = nullptr;
     size_t issuerLength = 0;
@@ -278,7 +278,7 @@ TEST_F(CertToolkitTest, NameMatchingFollowsRfc5280) {
         EXPECT_EQ(R_CERT_NAME_is_equal(other, reference), expected);
     }
     // A leaf's issuer matches the issuer's subject; the leaf's own subject does not.
-    const Cert leaf = make_leaf(shared_issuer(), LeafSpec{});
+    const Cert leaf = make_leaf(shared_issuer(), LeafOptions{});
     R_CERT* cert = decode(cert_der(leaf.get()));
     R_CERT* issuer = decode(cert_der(shared_issuer().cert.get()));
     EXPECT_EQ(R_CERT_NAME_is_equal(info_name(cert, R_CERT_INFO_ISSUER_NAME),
@@ -304,9 +304,9 @@ TEST_F(CertToolkitTest, SerialIsTheEncodedContentOctets) {
           0x55, 0x44, 0x33, 0x22, 0x11, 0x00, 0x01, 0x02, 0x03, 0x04}},
     };
     for (const auto& [magnitude, content] : magnitudes) {
-        LeafSpec spec;
-        spec.serial = magnitude;
-        R_CERT* cert = decode(cert_der(make_leaf(shared_issuer(), spec).get()));
+        LeafOptions plan;
+        plan.serial = magnitude;
+        R_CERT* cert = decode(cert_der(make_leaf(shared_issuer(), plan).get()));
         R_ITEM item{};
         ASSERT_EQ(R_CERT_get_info(cert, R_CERT_INFO_SERIAL, &item), R_ERROR_NONE);
         EXPECT_EQ(Bytes(item.data, item.data + item.len), content);
@@ -318,7 +318,7 @@ TEST_F(CertToolkitTest, SerialIsTheEncodedContentOctets) {
     // Negative serials (seen in the wild) are two's complement as encoded.
     for (const auto& [value, content] :
          std::vector<std::pair<long, Bytes>>{{-5, {0xfb}}, {-128, {0x80}}, {-129, {0xff, 0x7f}}}) {
-        Cert leaf = make_leaf(shared_issuer(), LeafSpec{});
+        Cert leaf = make_leaf(shared_issuer(), LeafOptions{});
         ASN1_INTEGER_set(X509_get_serialNumber(leaf.get()), value);
         R_CERT* cert = decode(cert_der(resign(std::move(leaf)).get()));
         R_ITEM item{};
@@ -328,10 +328,10 @@ TEST_F(CertToolkitTest, SerialIsTheEncodedContentOctets) {
 }
 
 TEST_F(CertToolkitTest, DecodeDerAndPem) {
-    LeafSpec spec;
-    spec.notBefore = 1700000000;
-    spec.notAfter = 2700000000; // after 2049: GeneralizedTime
-    const Cert leaf = make_leaf(shared_issuer(), spec);
+    LeafOptions plan;
+    plan.notBefore = 1700000000;
+    plan.notAfter = 2700000000; // after 2049: GeneralizedTime
+    const Cert leaf = make_leaf(shared_issuer(), plan);
     const Bytes der = cert_der(leaf.get());
     const std::string pem = cert_pem(leaf.get());
     std::string crlf;
@@ -381,7 +381,7 @@ TEST_F(CertToolkitTest, DecodeDerAndPem) {
     std::vector<Bytes> bad = {Bytes{}, Bytes{0x30, 0x00}};
     for (size_t length = 1; length < der.size(); length += 7)
         bad.emplace_back(der.begin(), der.begin() + static_cast<long>(length));
-    bad.push_back(make_crl(shared_issuer(), CrlSpec{}));
+    bad.push_back(make_crl(shared_issuer(), CrlOptions{}));
     for (const Bytes& bytes : bad) {
         R_CERT* cert = nullptr;
         EXPECT_EQ(R_CERT_from_binary(certCtx_, 0, static_cast<uint32_t>(bytes.size()), bytes.data(),
@@ -419,26 +419,26 @@ TEST_F(CertToolkitTest, DecodeDerAndPem) {
 }
 
 TEST_F(CertToolkitTest, DistributionPointsFromTheTestPki) {
-    LeafSpec spec;
-    spec.distributionPoints = {
+    LeafOptions plan;
+    plan.distributionPoints = {
         {"ldap://ldap.example.com/cn=CA,o=Example?certificateRevocationList;binary",
          "http://crl.example.com/ca.crl"},
         {"ldap://second.example.com/cn=CA"},
         {"http://a/1", "http://a/2", "ldap://a/3"},
     };
-    R_CERT* cert = decode(cert_der(make_leaf(shared_issuer(), spec).get()));
+    R_CERT* cert = decode(cert_der(make_leaf(shared_issuer(), plan).get()));
     uint32_t count = 0;
     ASSERT_EQ(R_CERT_get_info(cert, R_CERT_INFO_DIST_POINT_COUNT, &count), R_ERROR_NONE);
-    ASSERT_EQ(count, spec.distributionPoints.size());
+    ASSERT_EQ(count, plan.distributionPoints.size());
     for (uint32_t index = 0; index < count; ++index) {
         uint32_t kind = 9, reasons = 9, names = 0;
         ASSERT_EQ(R_CERT_get_dist_point(cert, index, &kind, &reasons, &names), R_ERROR_NONE);
         EXPECT_EQ(kind, R_DIST_POINT_FULL_NAME);
         EXPECT_EQ(reasons, 0u);
-        ASSERT_EQ(names, spec.distributionPoints[index].size());
+        ASSERT_EQ(names, plan.distributionPoints[index].size());
         for (uint32_t n = 0; n < names; ++n) {
             uint16_t type = 0;
-            EXPECT_EQ(point_name(cert, index, n, &type), spec.distributionPoints[index][n]);
+            EXPECT_EQ(point_name(cert, index, n, &type), plan.distributionPoints[index][n]);
             EXPECT_EQ(type, R_GENERAL_NAME_URI);
         }
         uint16_t type = 0;
@@ -450,7 +450,7 @@ TEST_F(CertToolkitTest, DistributionPointsFromTheTestPki) {
     EXPECT_EQ(R_CERT_get_dist_point(cert, count, &kind, &reasons, &names), R_ERROR_NOT_PRESENT);
 
     // The text must fit with its terminator; the length is reported either way.
-    const std::string& first = spec.distributionPoints[0][0];
+    const std::string& first = plan.distributionPoints[0][0];
     std::vector<char> buffer(first.size());
     uint16_t type = 0;
     uint32_t length = 0;
@@ -461,13 +461,13 @@ TEST_F(CertToolkitTest, DistributionPointsFromTheTestPki) {
     EXPECT_EQ(R_CERT_get_dist_point_name(cert, 0, 0, &type, 5, nullptr, &length), R_ERROR_NULL_ARG);
 
     // No extension: no points.
-    R_CERT* plain = decode(cert_der(make_leaf(shared_issuer(), LeafSpec{}).get()));
+    R_CERT* plain = decode(cert_der(make_leaf(shared_issuer(), LeafOptions{}).get()));
     ASSERT_EQ(R_CERT_get_info(plain, R_CERT_INFO_DIST_POINT_COUNT, &count), R_ERROR_NONE);
     EXPECT_EQ(count, 0u);
     EXPECT_EQ(R_CERT_get_dist_point(plain, 0, &kind, &reasons, &names), R_ERROR_NOT_PRESENT);
 
     // An extension that does not parse is reported where the points are asked for.
-    Cert broken = make_leaf(shared_issuer(), LeafSpec{});
+    Cert broken = make_leaf(shared_issuer(), LeafOptions{});
     ASN1_OCTET_STRING* value = ASN1_OCTET_STRING_new();
     const unsigned char notPoints[] = {0x05, 0x00};
     ASN1_OCTET_STRING_set(value, notPoints, sizeof notPoints);

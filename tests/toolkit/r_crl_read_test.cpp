@@ -150,13 +150,13 @@ TEST_F(ToolkitCrlRead, EveryInfoIdOnEveryIssuerKind) {
     for (const Case& c : cases) {
         SCOPED_TRACE(std::to_string(static_cast<int>(c.kind)) + " " + c.digest);
         const Issuer& issuer = shared_issuer(c.kind);
-        CrlSpec spec;
-        spec.thisUpdate = thisUpdate;
-        spec.nextUpdate = nextUpdate;
-        spec.crlNumber = 0x1092;
-        spec.digest = c.digest;
-        spec.revoked = {revoked_serial({0x33})};
-        CrlPtr crl = decode(make_crl(issuer, spec));
+        CrlOptions recipe;
+        recipe.thisUpdate = thisUpdate;
+        recipe.nextUpdate = nextUpdate;
+        recipe.crlNumber = 0x1092;
+        recipe.digest = c.digest;
+        recipe.revoked = {revoked_serial({0x33})};
+        CrlPtr crl = decode(make_crl(issuer, recipe));
         ASSERT_NE(crl, nullptr);
 
         uint32_t value = 0xdead;
@@ -200,7 +200,7 @@ TEST_F(ToolkitCrlRead, EveryInfoIdOnEveryIssuerKind) {
 
 TEST_F(ToolkitCrlRead, IssuerNameAsReceived) {
     const Issuer& issuer = shared_issuer(KeyKind::EcP256);
-    CrlPtr crl = decode(make_crl(issuer, CrlSpec{}));
+    CrlPtr crl = decode(make_crl(issuer, CrlOptions{}));
     const Bytes expected = name_der(X509_get_subject_name(issuer.cert.get()));
 
     uint32_t length = 0;
@@ -224,14 +224,14 @@ TEST_F(ToolkitCrlRead, IssuerNameAsReceived) {
 }
 
 TEST_F(ToolkitCrlRead, MissingFieldsAndFarDates) {
-    CrlSpec spec;
-    spec.thisUpdate = -315619200; // 1960-01-01, a UTCTime before 1970
-    spec.nextUpdate.reset();
-    spec.crlNumber.reset();
-    spec.revoked = {revoked_serial({0x01}), revoked_serial({0x02})};
-    spec.revoked[0].revocationDate = 2561519167; // 2051-03-04T05:06:07Z, a GeneralizedTime
-    spec.revoked[1].revocationDate = -631152001; // 1949-12-31T23:59:59Z, a GeneralizedTime
-    CrlPtr crl = decode(make_crl(shared_issuer(), spec));
+    CrlOptions recipe;
+    recipe.thisUpdate = -315619200; // 1960-01-01, a UTCTime before 1970
+    recipe.nextUpdate.reset();
+    recipe.crlNumber.reset();
+    recipe.revoked = {revoked_serial({0x01}), revoked_serial({0x02})};
+    recipe.revoked[0].revocationDate = 2561519167; // 2051-03-04T05:06:07Z, a GeneralizedTime
+    recipe.revoked[1].revocationDate = -631152001; // 1949-12-31T23:59:59Z, a GeneralizedTime
+    CrlPtr crl = decode(make_crl(shared_issuer(), recipe));
     ASSERT_NE(crl, nullptr);
 
     TimePtr time = this->time();
@@ -259,8 +259,8 @@ TEST_F(ToolkitCrlRead, MissingFieldsAndFarDates) {
     EXPECT_EQ(dates, (std::set<std::string>{"2051-03-04T05:06:07Z", "1949-12-31T23:59:59Z"}));
 
     // A CRL with a nextUpdate past 2049 carries it as a GeneralizedTime.
-    spec.nextUpdate = 2855822400; // 2060-06-30T12:00:00Z
-    crl = decode(make_crl(shared_issuer(), spec));
+    recipe.nextUpdate = 2855822400; // 2060-06-30T12:00:00Z
+    crl = decode(make_crl(shared_issuer(), recipe));
     EXPECT_EQ(R_CRL_get_info(crl.get(), R_CRL_INFO_NEXT_UPDATE, time.get()), R_ERROR_NONE);
     EXPECT_EQ(seconds(time.get()), 2855822400);
 
@@ -290,17 +290,17 @@ TEST_F(ToolkitCrlRead, EntrySerialsAreTheEncodedOctets) {
         magnitudes.push_back(low);
         magnitudes.push_back(high);
     }
-    CrlSpec spec;
+    CrlOptions recipe;
     std::map<Bytes, int64_t> expected; // content octets -> revocation date
     for (size_t i = 0; i < magnitudes.size(); ++i) {
-        RevokedSpec revoked = revoked_serial(magnitudes[i]);
+        RevokedEntry revoked = revoked_serial(magnitudes[i]);
         revoked.revocationDate = 1767225600 + static_cast<time_t>(i) * 61;
-        spec.revoked.push_back(revoked);
+        recipe.revoked.push_back(revoked);
         expected[content_octets(magnitudes[i])] = revoked.revocationDate;
     }
     ASSERT_EQ(expected.size(), magnitudes.size());
     EXPECT_EQ(content_octets({0x80}), (Bytes{0x00, 0x80}));
-    CrlPtr crl = decode(make_crl(shared_issuer(), spec));
+    CrlPtr crl = decode(make_crl(shared_issuer(), recipe));
     ASSERT_NE(crl, nullptr);
 
     uint32_t count = 0;
@@ -362,26 +362,26 @@ TEST_F(ToolkitCrlRead, FindEntryAmongThousands) {
     };
     while (listed.size() < 3000)
         listed.insert(random_magnitude());
-    CrlSpec spec;
+    CrlOptions recipe;
     std::map<Bytes, time_t> dates;
     for (const Bytes& magnitude : listed) {
-        RevokedSpec revoked = revoked_serial(magnitude);
+        RevokedEntry revoked = revoked_serial(magnitude);
         revoked.revocationDate = 1700000000 + static_cast<time_t>(random() % 10000000);
         dates[magnitude] = revoked.revocationDate;
-        spec.revoked.push_back(revoked);
+        recipe.revoked.push_back(revoked);
     }
     // Entries whose reason is keyCompromise (1) and removeFromCRL (8).
     const Bytes compromised = {0x7e, 0x01};
     const Bytes removed = {0x7e, 0x08};
-    spec.revoked.push_back({compromised, 1700000000, {{"2.5.29.21", false, {0x0a, 0x01, 0x01}}}});
-    spec.revoked.push_back({removed, 1700000000, {{"2.5.29.21", false, {0x0a, 0x01, 0x08}}}});
-    CrlPtr crl = decode(make_crl(issuer, spec));
+    recipe.revoked.push_back({compromised, 1700000000, {{"2.5.29.21", false, {0x0a, 0x01, 0x01}}}});
+    recipe.revoked.push_back({removed, 1700000000, {{"2.5.29.21", false, {0x0a, 0x01, 0x08}}}});
+    CrlPtr crl = decode(make_crl(issuer, recipe));
     ASSERT_NE(crl, nullptr);
 
     EntryPtr entry = this->entry();
     TimePtr time = this->time();
     auto find = [&](const Bytes& magnitude) {
-        LeafSpec leaf;
+        LeafOptions leaf;
         leaf.serial = magnitude;
         CertPtr cert = this->cert(make_leaf(issuer, leaf).get());
         return R_CRL_find_entry(crl.get(), cert.get(), entry.get());
@@ -446,9 +446,9 @@ TEST_F(ToolkitCrlRead, VerifyTellsGoodSignaturesFromBad) {
     for (const auto& [kind, otherKind] : kinds) {
         SCOPED_TRACE(static_cast<int>(kind));
         const Issuer& issuer = shared_issuer(kind);
-        CrlSpec spec;
-        spec.revoked = {revoked_serial({0x42})};
-        const Bytes good = make_crl(issuer, spec);
+        CrlOptions recipe;
+        recipe.revoked = {revoked_serial({0x42})};
+        const Bytes good = make_crl(issuer, recipe);
         // Flip one bit of the issuer's common name, inside the signed part.
         const std::string marker = "Shared CA";
         auto at = std::search(good.begin(), good.end(), marker.begin(), marker.end());
@@ -480,7 +480,7 @@ TEST_F(ToolkitCrlRead, VerifyTellsGoodSignaturesFromBad) {
             0);
 
         // Another key of the same kind, under the same name.
-        IssuerSpec sameName;
+        IssuerOptions sameName;
         sameName.kind = kind;
         sameName.commonName = issuer.commonName;
         const Issuer impostor = make_issuer(sameName);

@@ -61,10 +61,10 @@ TEST(ToolkitLibraryContext, KindsAndArguments) {
 
 TEST(ToolkitCrl, DecodeAndEncodeAreByteExact) {
     LibCtx lib(R_LIB_CTX_ISOLATED);
-    CrlSpec spec;
-    spec.revoked = {revoked_serial({0x01}), revoked_serial({0x80, 0x00}),
-                    revoked_serial({0x7f, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff})};
-    const Bytes der = make_crl(shared_issuer(), spec);
+    CrlOptions recipe;
+    recipe.revoked = {revoked_serial({0x01}), revoked_serial({0x80, 0x00}),
+                      revoked_serial({0x7f, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff})};
+    const Bytes der = make_crl(shared_issuer(), recipe);
 
     R_CRL* crl = nullptr;
     uint32_t consumed = 0;
@@ -145,10 +145,10 @@ TEST(ToolkitCrl, CriticalExtensionsDecideCompleteness) {
          R_ERROR_UNSUPPORTED},
     };
     for (const Case& c : cases) {
-        CrlSpec spec;
-        spec.extensions = c.crlExtensions;
-        spec.revoked = {{{0x05}, std::time(nullptr) - 60, c.entryExtensions}};
-        EXPECT_EQ(decode(lib.ctx, make_crl(shared_issuer(), spec)), c.expected) << c.what;
+        CrlOptions recipe;
+        recipe.extensions = c.crlExtensions;
+        recipe.revoked = {{{0x05}, std::time(nullptr) - 60, c.entryExtensions}};
+        EXPECT_EQ(decode(lib.ctx, make_crl(shared_issuer(), recipe)), c.expected) << c.what;
     }
 }
 
