@@ -81,13 +81,11 @@ extern "C" int R_CERT_NAME_from_binary(R_CERT_CTX* certCtx, uint32_t, uint32_t l
     return R_ERROR_NONE;
 }
 
-extern "C" int R_CERT_NAME_to_binary(R_CERT_NAME* name, uint32_t bufferSize, unsigned char* buffer,
-                                     uint32_t* length) {
-    if (name == nullptr || length == nullptr || (buffer == nullptr && bufferSize != 0))
-        return R_ERROR_NULL_ARG;
+int r_name_der_out(const X509_NAME* name, uint32_t bufferSize, unsigned char* buffer,
+                   uint32_t* length) {
     const unsigned char* der = nullptr;
     size_t size = 0;
-    if (X509_NAME_get0_der(name->x509, &der, &size) != 1) {
+    if (X509_NAME_get0_der(const_cast<X509_NAME*>(name), &der, &size) != 1) {
         ERR_clear_error();
         return R_ERROR_FAILED;
     }
@@ -98,6 +96,13 @@ extern "C" int R_CERT_NAME_to_binary(R_CERT_NAME* name, uint32_t bufferSize, uns
         return R_ERROR_BUFFER_TOO_SMALL;
     std::memcpy(buffer, der, size);
     return R_ERROR_NONE;
+}
+
+extern "C" int R_CERT_NAME_to_binary(R_CERT_NAME* name, uint32_t bufferSize, unsigned char* buffer,
+                                     uint32_t* length) {
+    if (name == nullptr || length == nullptr || (buffer == nullptr && bufferSize != 0))
+        return R_ERROR_NULL_ARG;
+    return r_name_der_out(name->x509, bufferSize, buffer, length);
 }
 
 extern "C" int R_CERT_NAME_to_string(R_CERT_NAME* name, uint32_t bufferSize, char* buffer) {

@@ -185,18 +185,6 @@ extern "C" int R_CRL_issuer_name_to_binary(R_CRL* crl, uint32_t bufferSize, unsi
     if (crl == nullptr || crl->x509 == nullptr || length == nullptr ||
         (buffer == nullptr && bufferSize != 0))
         return R_ERROR_NULL_ARG;
-    const unsigned char* der = nullptr;
-    size_t size = 0;
-    if (X509_NAME_get0_der(X509_CRL_get_issuer(crl->x509), &der, &size) != 1) {
-        ERR_clear_error();
-        return R_ERROR_FAILED;
-    }
-    *length = static_cast<uint32_t>(size);
-    if (buffer == nullptr)
-        return R_ERROR_NONE;
-    if (bufferSize < size)
-        return R_ERROR_BUFFER_TOO_SMALL;
-    for (size_t i = 0; i < size; ++i)
-        buffer[i] = der[i];
-    return R_ERROR_NONE;
+    // The bytes as received, so hashes and comparisons match other tools.
+    return r_name_der_out(X509_CRL_get_issuer(crl->x509), bufferSize, buffer, length);
 }

@@ -79,6 +79,10 @@ ASN1_TIME* r_time_to_asn1(int64_t seconds, ASN1_TIME* reuse);
 /* Makes entry hold revoked (taking it), freeing what it held. */
 void r_crl_entry_set0(R_CRL_ENTRY* entry, X509_REVOKED* revoked);
 
+/* A name's DER as received into buffer; a size query when buffer is NULL. */
+int r_name_der_out(const X509_NAME* name, uint32_t bufferSize, unsigned char* buffer,
+                   uint32_t* length);
+
 /*
  * True when every critical extension of the CRL and of its entries is one the
  * toolkit processes; a CRL that fails this is partial, delta or indirect.
