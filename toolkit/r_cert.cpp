@@ -17,30 +17,6 @@ int seconds_of(const ASN1_TIME* time, int64_t* seconds) {
     return r_time_from_asn1(time, seconds) ? R_ERROR_NONE : R_ERROR_DECODE;
 }
 
-// Keeps the serial's DER and finds its content octets, which is what the
-// serial item hands out.
-int keep_serial(R_CERT* cert) {
-    unsigned char* der = nullptr;
-    const int size = i2d_ASN1_INTEGER(X509_get0_serialNumber(cert->x509), &der);
-    if (size <= 0) {
-        ERR_clear_error();
-        return R_ERROR_DECODE;
-    }
-    const unsigned char* content = der;
-    long contentLength = 0;
-    int tag = 0;
-    int tagClass = 0;
-    if (ASN1_get_object(&content, &contentLength, &tag, &tagClass, size) & 0x80) {
-        ERR_clear_error();
-        OPENSSL_free(der);
-        return R_ERROR_DECODE;
-    }
-    cert->serialDer = der;
-    cert->serialOffset = static_cast<uint32_t>(content - der);
-    cert->serialLength = static_cast<uint32_t>(contentLength);
-    return R_ERROR_NONE;
-}
-
 // A present but unparsable (or repeated) extension is remembered rather than
 // refused, so that the rest of the certificate stays usable.
 void parse_dist_points(R_CERT* cert) {
@@ -55,12 +31,14 @@ void parse_dist_points(R_CERT* cert) {
 
 // Takes x509 (freed on failure) into a new *cert.
 int adopt(X509* x509, R_LIB_CTX* libCtx, R_CERT** cert) {
-    auto* made = new (std::nothrow) R_CERT{x509, libCtx};
+    auto* made = new (std::nothrow) R_CERT{};
     if (made == nullptr) {
         X509_free(x509);
         return R_ERROR_ALLOC_FAILURE;
     }
-    const int status = keep_serial(made);
+    made->x509 = x509;
+    made->libCtx = libCtx;
+    const int status = r_integer_octets_keep(X509_get0_serialNumber(x509), &made->serial);
     if (status != R_ERROR_NONE) {
         R_CERT_free(made);
         return status;
@@ -160,24 +138,13 @@ extern "C" int R_CERT_to_binary(R_CERT* cert, uint32_t bufferSize, unsigned char
                                 uint32_t* length) {
     if (cert == nullptr || length == nullptr || (buffer == nullptr && bufferSize != 0))
         return R_ERROR_NULL_ARG;
-    const int needed = i2d_X509(cert->x509, nullptr);
-    if (needed <= 0) {
-        ERR_clear_error();
-        return R_ERROR_FAILED;
-    }
-    *length = static_cast<uint32_t>(needed);
-    if (buffer == nullptr)
-        return R_ERROR_NONE;
-    if (bufferSize < static_cast<uint32_t>(needed))
-        return R_ERROR_BUFFER_TOO_SMALL;
-    unsigned char* cursor = buffer;
-    return i2d_X509(cert->x509, &cursor) == needed ? R_ERROR_NONE : R_ERROR_FAILED;
+    return r_i2d_out<X509>(cert->x509, i2d_X509, bufferSize, buffer, length);
 }
 
 extern "C" int R_CERT_free(R_CERT* cert) {
     if (cert != nullptr) {
         sk_DIST_POINT_pop_free(cert->distPoints, DIST_POINT_free);
-        OPENSSL_free(cert->serialDer);
+        r_integer_octets_free(&cert->serial);
         X509_free(cert->x509);
         delete cert;
     }
@@ -189,9 +156,7 @@ extern "C" int R_CERT_get_info(R_CERT* cert, int id, void* value) {
         return R_ERROR_NULL_ARG;
     switch (id) {
     case R_CERT_INFO_SERIAL: {
-        auto* item = static_cast<R_ITEM*>(value);
-        item->len = cert->serialLength;
-        item->data = cert->serialDer + cert->serialOffset;
+        r_integer_octets_item(cert->serial, static_cast<R_ITEM*>(value));
         return R_ERROR_NONE;
     }
     case R_CERT_INFO_ISSUER_NAME:

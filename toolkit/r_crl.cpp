@@ -61,16 +61,7 @@ extern "C" int R_CRL_to_binary(R_CRL* crl, uint32_t bufferSize, unsigned char* b
                                uint32_t* length) {
     if (crl == nullptr || length == nullptr || (buffer == nullptr && bufferSize != 0))
         return R_ERROR_NULL_ARG;
-    const int needed = i2d_X509_CRL(crl->x509, nullptr);
-    if (needed <= 0)
-        return R_ERROR_FAILED;
-    *length = static_cast<uint32_t>(needed);
-    if (buffer == nullptr)
-        return R_ERROR_NONE;
-    if (bufferSize < static_cast<uint32_t>(needed))
-        return R_ERROR_BUFFER_TOO_SMALL;
-    unsigned char* cursor = buffer;
-    return i2d_X509_CRL(crl->x509, &cursor) == needed ? R_ERROR_NONE : R_ERROR_FAILED;
+    return r_i2d_out<X509_CRL>(crl->x509, i2d_X509_CRL, bufferSize, buffer, length);
 }
 
 extern "C" int R_CRL_free(R_CRL* crl) {

@@ -1,16 +1,9 @@
 // Extension objects: an empty holder that R_CRL_get_info fills.
-#include <new>
 
 #include "r_objects.h"
 
 extern "C" int R_EXT_new(R_LIB_CTX* libCtx, uint32_t flags, R_EXT** ext) {
-    if (libCtx == nullptr || ext == nullptr)
-        return R_ERROR_NULL_ARG;
-    *ext = nullptr;
-    if (flags != 0)
-        return R_ERROR_FAILED;
-    *ext = new (std::nothrow) R_EXT{nullptr, libCtx};
-    return *ext == nullptr ? R_ERROR_ALLOC_FAILURE : R_ERROR_NONE;
+    return r_new_holder(libCtx, flags, ext);
 }
 
 extern "C" int R_EXT_get_info(R_EXT* ext, int id, void* value) {

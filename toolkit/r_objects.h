@@ -5,6 +5,9 @@
 #ifndef QXCRL_TOOLKIT_R_OBJECTS_H
 #define QXCRL_TOOLKIT_R_OBJECTS_H
 
+#include <new>
+
+#include <openssl/err.h>
 #include <openssl/types.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
@@ -25,25 +28,24 @@ struct R_CRL {
     R_LIB_CTX* libCtx;
 };
 
+/* An INTEGER's DER, kept so that its content octets can be handed out. */
+struct R_INTEGER_OCTETS {
+    unsigned char* der = nullptr;
+    uint32_t offset = 0; /* where the content octets start in der */
+    uint32_t length = 0;
+};
+
 struct R_CRL_ENTRY {
-    X509_REVOKED* x509; /* NULL until filled */
-    R_LIB_CTX* libCtx;
-    /*
-     * The serial's DER content octets, kept because ASN1_INTEGER holds only
-     * a magnitude and a sign; refreshed from x509 whenever they are asked for.
-     */
-    unsigned char* serial;
-    uint32_t serialLength;
+    X509_REVOKED* x509 = nullptr; /* NULL until filled */
+    R_LIB_CTX* libCtx = nullptr;
+    R_INTEGER_OCTETS serial; /* made on first request, dropped on refill */
 };
 
 struct R_CERT {
-    X509* x509;
-    R_LIB_CTX* libCtx;
-    // The serial INTEGER's DER; the serial item points at its content octets
-    // inside it, so callers read bytes the certificate owns and never re-encode.
-    unsigned char* serialDer = nullptr;
-    uint32_t serialOffset = 0;
-    uint32_t serialLength = 0;
+    X509* x509 = nullptr;
+    R_LIB_CTX* libCtx = nullptr;
+    // The serial item points into this, so callers read bytes the certificate owns.
+    R_INTEGER_OCTETS serial;
     // CRL distribution points, parsed once at decode (NULL when absent);
     // distPointStatus is R_ERROR_DECODE when the extension does not parse.
     CRL_DIST_POINTS* distPoints = nullptr;
@@ -55,7 +57,7 @@ struct R_CERT_NAME {
 };
 
 struct R_TIME_CTX {
-    R_LIB_CTX* libCtx;
+    R_LIB_CTX* libCtx = nullptr;
 };
 
 struct R_TIME {
@@ -63,9 +65,50 @@ struct R_TIME {
 };
 
 struct R_EXT {
-    X509_EXTENSION* x509; /* NULL until filled */
-    R_LIB_CTX* libCtx;
+    X509_EXTENSION* x509 = nullptr; /* NULL until filled */
+    R_LIB_CTX* libCtx = nullptr;
 };
+
+/* Keeps integer's DER in octets, replacing what octets held. */
+int r_integer_octets_keep(const ASN1_INTEGER* integer, R_INTEGER_OCTETS* octets);
+void r_integer_octets_free(R_INTEGER_OCTETS* octets);
+/* An item over the content octets, owned by octets. */
+void r_integer_octets_item(const R_INTEGER_OCTETS& octets, R_ITEM* item);
+
+/* A new holder for *out made in libCtx (flags must be 0), empty but for libCtx. */
+template <typename T> int r_new_holder(R_LIB_CTX* libCtx, uint32_t flags, T** out) {
+    if (libCtx == nullptr || out == nullptr)
+        return R_ERROR_NULL_ARG;
+    *out = nullptr;
+    if (flags != 0)
+        return R_ERROR_FAILED;
+    *out = new (std::nothrow) T{};
+    if (*out == nullptr)
+        return R_ERROR_ALLOC_FAILURE;
+    (*out)->libCtx = libCtx;
+    return R_ERROR_NONE;
+}
+
+/*
+ * DER of object through an i2d function into buffer; with bufferSize 0 and no
+ * buffer only the length is stored.
+ */
+template <typename T>
+int r_i2d_out(const T* object, int (*i2d)(const T*, unsigned char**), uint32_t bufferSize,
+              unsigned char* buffer, uint32_t* length) {
+    const int needed = i2d(object, nullptr);
+    if (needed <= 0) {
+        ERR_clear_error();
+        return R_ERROR_FAILED;
+    }
+    *length = static_cast<uint32_t>(needed);
+    if (buffer == nullptr)
+        return R_ERROR_NONE;
+    if (bufferSize < static_cast<uint32_t>(needed))
+        return R_ERROR_BUFFER_TOO_SMALL;
+    unsigned char* cursor = buffer;
+    return i2d(object, &cursor) == needed ? R_ERROR_NONE : R_ERROR_FAILED;
+}
 
 /* Seconds since 1970 of an ASN1_TIME; false when it is empty or malformed. */
 bool r_time_from_asn1(const ASN1_TIME* asn1, int64_t* seconds);

@@ -132,13 +132,7 @@ extern "C" void R_TIME_set_clock(R_TIME_CLOCK clock) {
 }
 
 extern "C" int R_TIME_CTX_new(R_LIB_CTX* libCtx, uint32_t flags, R_TIME_CTX** timeCtx) {
-    if (libCtx == nullptr || timeCtx == nullptr)
-        return R_ERROR_NULL_ARG;
-    *timeCtx = nullptr;
-    if (flags != 0)
-        return R_ERROR_FAILED;
-    *timeCtx = new (std::nothrow) R_TIME_CTX{libCtx};
-    return *timeCtx == nullptr ? R_ERROR_ALLOC_FAILURE : R_ERROR_NONE;
+    return r_new_holder(libCtx, flags, timeCtx);
 }
 
 extern "C" int R_TIME_CTX_free(R_TIME_CTX* timeCtx) {

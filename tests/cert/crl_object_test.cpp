@@ -10,6 +10,7 @@
 #include "layer_fixture.h"
 #include "test_pki.h"
 #include "toolkit/r_toolkit.h"
+#include "toolkit_bytes.h"
 
 using namespace qxtest;
 
@@ -36,11 +37,7 @@ struct Owner {
 };
 
 Bytes encode(R_CRL* crl) {
-    uint32_t length = 0;
-    EXPECT_EQ(R_CRL_to_binary(crl, 0, nullptr, &length), R_ERROR_NONE);
-    Bytes der(length);
-    EXPECT_EQ(R_CRL_to_binary(crl, length, der.data(), &length), R_ERROR_NONE);
-    return der;
+    return toolkit_bytes(crl, R_CRL_to_binary);
 }
 
 uint32_t size_of(const Bytes& bytes) {

@@ -12,6 +12,7 @@
 #include "files.h"
 #include "test_pki.h"
 #include "toolkit/r_toolkit.h"
+#include "toolkit_bytes.h"
 
 using namespace qxtest;
 
@@ -73,11 +74,7 @@ std::string text_of(R_CERT_NAME* name) {
 }
 
 Bytes der_of(R_CERT_NAME* name) {
-    uint32_t length = 0;
-    EXPECT_EQ(R_CERT_NAME_to_binary(name, 0, nullptr, &length), R_ERROR_NONE);
-    Bytes der(length);
-    EXPECT_EQ(R_CERT_NAME_to_binary(name, length, der.data(), &length), R_ERROR_NONE);
-    return der;
+    return toolkit_bytes(name, R_CERT_NAME_to_binary);
 }
 
 // A name's DER, built with OpenSSL from (type, UTF-8 value, joins previous RDN) triples.

@@ -11,6 +11,7 @@
 #include "files.h"
 #include "test_pki.h"
 #include "toolkit/r_toolkit.h"
+#include "toolkit_bytes.h"
 
 using namespace qxtest;
 
@@ -29,10 +30,7 @@ int decode(R_LIB_CTX* lib, const Bytes& der, Bytes* reencoded = nullptr,
     const int status =
         R_CRL_from_binary(lib, 0, static_cast<uint32_t>(der.size()), der.data(), consumed, &crl);
     if (status == R_ERROR_NONE && reencoded != nullptr) {
-        uint32_t length = 0;
-        EXPECT_EQ(R_CRL_to_binary(crl, 0, nullptr, &length), R_ERROR_NONE);
-        reencoded->assign(length, 0);
-        EXPECT_EQ(R_CRL_to_binary(crl, length, reencoded->data(), &length), R_ERROR_NONE);
+        *reencoded = toolkit_bytes(crl, R_CRL_to_binary);
     }
     if (status != R_ERROR_NONE) {
         EXPECT_EQ(crl, nullptr);
