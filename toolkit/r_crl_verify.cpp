@@ -14,8 +14,9 @@ extern "C" int R_CRL_verify(R_CRL* crl, R_CERT* issuer, uint32_t* result) {
         return R_ERROR_CRYPTO;
     }
     const int verified = X509_CRL_verify(crl->x509, key);
-    if (verified != 1)
-        ERR_clear_error();
+    // Even a signature that verifies can leave errors behind (a cache that
+    // could not grow); the verdict is all the caller gets.
+    ERR_clear_error();
     // Below 0 nothing was checked (a key of another algorithm, an unknown
     // signature algorithm); 0 is a signature checked and found not the issuer's.
     if (verified < 0)
