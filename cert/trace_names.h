@@ -18,6 +18,11 @@ inline constexpr char name_set_der_crl[] = "qxcrl_SetDERCrl";
 inline constexpr char name_verify[] = "qxcrl_Verify";
 inline constexpr char name_verify_signature[] = "qxcrlVCS_VerifyCRLSignature";
 inline constexpr char name_check_cert_status[] = "qxcrl_CheckCertStatus";
+inline constexpr char name_set_b64_crl[] = "qxcrl_SetB64Crl";
+inline constexpr char name_get_crl_from_file[] = "qxcrlGetCRLFromFile";
+inline constexpr char name_load_crl[] = "qxcrlLOC_LoadCRL";
+inline constexpr char name_load_concat_crl[] = "qxcrl_LoadConcatCRL";
+inline constexpr char name_file_for_issuer[] = "qxcrlFFI_FileForIssuer";
 
 // Verification verdicts (level 4).
 inline constexpr char msg_verify_failed[] = "CRL Verify failed with error:%d";
@@ -31,6 +36,19 @@ inline constexpr char msg_not_in_crl[] = "Certificate not in CRL; returning vali
 inline constexpr char msg_revoked[] = "Certificate found in CRL; returning revoked status\n";
 inline constexpr char msg_revocation_in_future[] =
     "Certificate revocation time is in future; returning valid status\n";
+
+// File layer failures (level 2; the read failure at level 5).
+inline constexpr char msg_file_name_failed[] = "dsk api failed to open crl file: %s\n";
+inline constexpr char msg_file_setup_failed[] =
+    "dsk api failed in setting up mode opening the crl file: %s\n";
+inline constexpr char msg_file_length_failed[] =
+    "dsk api failed in calculating file length of crl: %s\n";
+inline constexpr char msg_file_too_large[] = "crl file too large to read: %s\n";
+inline constexpr char msg_file_open_failed[] = "dsk api dskopn failed for crl: %s\n";
+inline constexpr char msg_file_buffer_failed[] =
+    "memory allocation for crlbuf: %d bytes for crl: %s\n";
+inline constexpr char msg_file_read_failed[] = "read from crl %s failed with error %d\n";
+inline constexpr char msg_file_close_failed[] = "dsk close failed with error:%d for crl: %s\n";
 
 // Toolkit call names that appear as message arguments.
 inline constexpr char call_crl_from_binary[] = "R_CRL_from_binary";

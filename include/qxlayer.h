@@ -330,6 +330,100 @@ QXCRL_API StatusCode qxbc_map_sign(uint32_t signatureType, uint32_t* algorithm);
  */
 QXCRL_API StatusCode qxbc_map_sign2(uint32_t algorithm, uint32_t* signatureType);
 
+/* ------------------------------------------------------------ PEM text */
+
+/*
+ * PEM markers of CRLs. The primary pair is RFC 7468's and has no line break
+ * inside, so LF and CRLF files both read; the writer ends with FOOTER3, the
+ * primary end line with its line feed. The others are labels found in the
+ * wild: HEADER1 with FOOTER1, HEADER2 with FOOTER2; HEADER3 has no end label
+ * of its own and ends at the next end marker.
+ */
+QXCRL_API extern const char QX_STR_CRL_HEADER[];  /* "-----BEGIN X509 CRL-----" */
+QXCRL_API extern const char QX_STR_CRL_HEADER1[]; /* "-----BEGIN CRL-----" */
+QXCRL_API extern const char QX_STR_CRL_HEADER2[]; /* "-----BEGIN CERTIFICATE REVOCATION LIST-----" */
+QXCRL_API extern const char QX_STR_CRL_HEADER3[]; /* "-----BEGIN X509CRL-----" */
+QXCRL_API extern const char QX_STR_CRL_FOOTER[];  /* "-----END X509 CRL-----" */
+QXCRL_API extern const char QX_STR_CRL_FOOTER1[]; /* "-----END CRL-----" */
+QXCRL_API extern const char QX_STR_CRL_FOOTER2[]; /* "-----END CERTIFICATE REVOCATION LIST-----" */
+QXCRL_API extern const char QX_STR_CRL_FOOTER3[]; /* "-----END X509 CRL-----\n" */
+
+/*
+ * Base64 of der into a new NUL-terminated block *text (released with
+ * qxumfree), laid out as a PEM body: a line feed, then lines of 64
+ * characters each ended by a line feed. *textLength excludes the NUL.
+ * Zero bytes give "\n". QXL_ERR_BAD_ARGUMENT for NULL arguments (der may be
+ * NULL when derLength is 0), QXL_ERR_OUT_OF_MEMORY, also when the text would
+ * not fit a 32-bit block. *text and *textLength change only on success.
+ */
+QXCRL_API StatusCode qxbc_der_to_b64(SecurityContext* ctx, const unsigned char* der,
+                                     uint32_t derLength, char** text, uint32_t* textLength);
+
+/*
+ * The bytes of a Base64 text into a new block *der (released with qxumfree).
+ * Line feeds, carriage returns, spaces and tabs are skipped; any other byte
+ * outside the alphabet, misplaced or wrong padding, or a length that is not
+ * a whole number of groups gives QXL_ERR_BASE64 with *der untouched. Padding
+ * is '=' in the last one or two places of the final group, nothing but
+ * whitespace follows it, and its pad bits must be zero. A text with no groups
+ * (empty or only whitespace) succeeds with a block of zero bytes.
+ * QXL_ERR_BAD_ARGUMENT for NULL arguments (text may be NULL when textLength
+ * is 0), QXL_ERR_OUT_OF_MEMORY.
+ */
+QXCRL_API StatusCode qxbc_b64_to_der(SecurityContext* ctx, const char* text, uint32_t textLength,
+                                     unsigned char** der, uint32_t* derLength);
+
+/* ---------------------------------------------------------------- digest */
+
+#define QX_DIGEST_MD5 10u    /* 16 bytes: what old-style hashed directories use */
+#define QX_DIGEST_SHA1 11u   /* 20 bytes */
+#define QX_DIGEST_SHA256 12u /* 32 bytes */
+
+/*
+ * The digest of data under algorithm into digest, whose capacity is
+ * *digestLength on entry and the digest's length on return.
+ * QXL_ERR_DIGEST for an unknown algorithm, a digest that does not fit, or a
+ * failure of the toolkit; QXL_ERR_BAD_ARGUMENT for NULL arguments (data may
+ * be NULL when dataLength is 0). *digestLength changes only on success.
+ */
+QXCRL_API StatusCode qxty_digest(SecurityContext* ctx, uint32_t algorithm,
+                                 const unsigned char* data, uint32_t dataLength,
+                                 unsigned char* digest, uint32_t* digestLength);
+
+/* -------------------------------------------------------- file interface */
+
+/*
+ * The layer's core file interface: a table of functions, each taking the
+ * table itself first. A name object names a file; a file object is set up
+ * by dsklini, opened by dskopn and released by dskcls whether or not it was
+ * opened. Reads are binary.
+ */
+typedef struct QxFileInterface {
+    /* A name object for path, or NULL. */
+    void* (*dskmknam)(const struct QxFileInterface* files, void* directory, const char* path,
+                      uint32_t flags, uint32_t kind);
+    /* A file object set up for the given access, or NULL. */
+    void* (*dsklini)(const struct QxFileInterface* files, uint32_t access, uint32_t sharing,
+                     uint32_t mode, uint32_t bufferSize, uint32_t sequential,
+                     const char* description);
+    /* 0 and the size of the named file. */
+    int (*dsklenn)(const struct QxFileInterface* files, void* name, uint64_t* size);
+    /* 0 when the file object is open on the named file. */
+    int (*dskopn)(const struct QxFileInterface* files, void* file, void* name);
+    /* Bytes read (at most wanted; 0 at the end), negative on failure. */
+    int64_t (*dskrd)(const struct QxFileInterface* files, void* file, void* destination,
+                     uint32_t wanted);
+    /* Closes (if open) and releases the file object; 0 on success. */
+    int (*dskcls)(const struct QxFileInterface* files, void* file);
+    /* Releases the name object. */
+    void (*dskfno)(const struct QxFileInterface* files, void* name);
+    /* The table's own state, for tables other than the default. */
+    void* state;
+} QxFileInterface;
+
+/* The POSIX table every layer instance starts with (open, fstat, read, close). */
+QXCRL_API const QxFileInterface* qxfile_posix_interface(void);
+
 /* ---------------------------------------------------- certificate context */
 
 /* Stores the layer's certificate context (borrowed, never released) in *certCtx. */

@@ -39,6 +39,7 @@ StatusCode build(const QxLayerConfig& config, SecurityContext* ctx) {
     ctx->layerContext = layer;
     layer->toolkitMode = config.toolkitMode;
     layer->crlPolicy = config.crlPolicy;
+    layer->fileContext = qxfile_posix_interface();
     layer->memory = qxum_account_new();
     layer->toolkitContexts = new (std::nothrow) R_LIB_CTX* [QX_TOOLKIT_CONTEXT_COUNT] {};
     if (layer->memory == nullptr || layer->toolkitContexts == nullptr)

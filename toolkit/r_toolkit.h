@@ -232,6 +232,22 @@ int R_TIME_import(R_TIME* time, int format, const unsigned char* buffer, uint32_
 int R_TIME_cmp(R_TIME* first, R_TIME* second, int32_t* result);
 int R_TIME_free(R_TIME* time);
 
+/* ---------------------------------------------------------------- digests */
+
+#define R_DIGEST_MD5 1u
+#define R_DIGEST_SHA1 2u
+#define R_DIGEST_SHA256 3u
+
+/*
+ * The digest of data under algorithm (R_DIGEST_*), fetched in libCtx, into
+ * digest, whose capacity is *digestLength on entry and the digest's length on
+ * return. R_ERROR_BUFFER_TOO_SMALL (with *digestLength the length needed)
+ * when it does not fit; R_ERROR_FAILED for an unknown algorithm;
+ * R_ERROR_CRYPTO when the library context has no implementation of it.
+ */
+int R_digest(R_LIB_CTX* libCtx, uint32_t algorithm, const unsigned char* data, uint32_t length,
+             unsigned char* digest, uint32_t* digestLength);
+
 /* ------------------------------------------------------------- extensions */
 
 #define R_EXT_INFO_VALUE 1 /* R_ITEM*: the DER inside extnValue, owned by the extension */

@@ -8,6 +8,7 @@
 
 #include "files.h"
 #include "layer_fixture.h"
+#include "recording_owner.h"
 #include "test_pki.h"
 #include "toolkit/r_toolkit.h"
 #include "toolkit_bytes.h"
@@ -15,26 +16,6 @@
 using namespace qxtest;
 
 namespace {
-
-// A cache owner whose addCrl records what it was given and answers as told.
-struct Owner {
-    static inline StatusCode answer = 0;
-    static inline std::vector<std::pair<CrlObject*, CrlCache*>> calls;
-
-    static StatusCode accept(CrlObject* crl, CrlCache* cache) {
-        calls.emplace_back(crl, cache);
-        return answer;
-    }
-
-    explicit Owner(SecurityContext* ctx) : parent{"tests", nullptr, ctx} {
-        answer = 0;
-        calls.clear();
-    }
-
-    LayerComponent parent;
-    CrlCache cache{};
-    CrlCacheOwner owner{&parent, &Owner::accept, &cache};
-};
 
 Bytes encode(R_CRL* crl) {
     return toolkit_bytes(crl, R_CRL_to_binary);

@@ -13,7 +13,7 @@ TEST(LayerInstance, DefaultsAndContexts) {
     ASSERT_NE(layer, nullptr);
     EXPECT_EQ(layer->toolkitMode, 0u);
     EXPECT_EQ(layer->crlPolicy, 0u);
-    EXPECT_EQ(layer->fileContext, nullptr);
+    EXPECT_EQ(layer->fileContext, qxfile_posix_interface());
     EXPECT_EQ(layer->crlFetchCallbacks, nullptr);
     EXPECT_EQ(ctx->traceSink, nullptr);
     EXPECT_EQ(ctx->traceLevel, QX_TRACE_LEVEL_FROM_ENV);

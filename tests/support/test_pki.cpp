@@ -86,14 +86,22 @@ Issuer make_issuer(const IssuerOptions& recipe) {
     X509* cert = issuer.cert.get();
     X509_set_version(cert, X509_VERSION_3);
     ASN1_INTEGER_set(X509_get_serialNumber(cert), 1000);
+    const NameRecipe subject = !recipe.subject.empty()
+                                   ? recipe.subject
+                                   : NameRecipe{{{"C", "US", MBSTRING_ASC}},
+                                                {{"O", "qxcrl tests", MBSTRING_ASC}},
+                                                {{"CN", recipe.commonName, MBSTRING_UTF8}}};
     X509_NAME* name = X509_get_subject_name(cert);
-    X509_NAME_add_entry_by_txt(name, "C", MBSTRING_ASC,
-                               reinterpret_cast<const unsigned char*>("US"), -1, -1, 0);
-    X509_NAME_add_entry_by_txt(name, "O", MBSTRING_ASC,
-                               reinterpret_cast<const unsigned char*>("qxcrl tests"), -1, -1, 0);
-    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
-                               reinterpret_cast<const unsigned char*>(recipe.commonName.c_str()),
-                               -1, -1, 0);
+    for (const auto& rdn : subject) {
+        for (size_t i = 0; i < rdn.size(); ++i) {
+            // set -1 joins the attribute to the RDN before it.
+            require(X509_NAME_add_entry_by_txt(
+                        name, rdn[i].type.c_str(), rdn[i].encoding,
+                        reinterpret_cast<const unsigned char*>(rdn[i].value.data()),
+                        static_cast<int>(rdn[i].value.size()), -1, i == 0 ? 0 : -1) == 1,
+                    "name attribute");
+        }
+    }
     X509_set_issuer_name(cert, name);
     ASN1_TIME_set(X509_getm_notBefore(cert), recipe.notBefore);
     ASN1_TIME_set(X509_getm_notAfter(cert), recipe.notAfter);

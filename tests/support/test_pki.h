@@ -37,8 +37,20 @@ struct Issuer {
     Cert cert;
 };
 
+// One attribute of a distinguished name; encoding is an OpenSSL MBSTRING_ or V_ASN1_ type.
+struct NameAttribute {
+    std::string type;
+    std::string value;
+    int encoding = 0x1000; // MBSTRING_UTF8
+};
+
+// RDNs in order, each of one or more attributes (more make it multi-valued).
+using NameRecipe = std::vector<std::vector<NameAttribute>>;
+
 struct IssuerOptions {
     std::string commonName = "qxcrl Test CA";
+    // When given, the whole subject instead of C, O and commonName.
+    NameRecipe subject;
     KeyKind kind = KeyKind::EcP256;
     time_t notBefore = std::time(nullptr) - 86400;
     time_t notAfter = std::time(nullptr) + 365 * 86400;
