@@ -341,7 +341,8 @@ QXCRL_API StatusCode qxbc_map_sign2(uint32_t algorithm, uint32_t* signatureType)
  */
 QXCRL_API extern const char QX_STR_CRL_HEADER[];  /* "-----BEGIN X509 CRL-----" */
 QXCRL_API extern const char QX_STR_CRL_HEADER1[]; /* "-----BEGIN CRL-----" */
-QXCRL_API extern const char QX_STR_CRL_HEADER2[]; /* "-----BEGIN CERTIFICATE REVOCATION LIST-----" */
+QXCRL_API extern const char
+    QX_STR_CRL_HEADER2[]; /* "-----BEGIN CERTIFICATE REVOCATION LIST-----" */
 QXCRL_API extern const char QX_STR_CRL_HEADER3[]; /* "-----BEGIN X509CRL-----" */
 QXCRL_API extern const char QX_STR_CRL_FOOTER[];  /* "-----END X509 CRL-----" */
 QXCRL_API extern const char QX_STR_CRL_FOOTER1[]; /* "-----END CRL-----" */

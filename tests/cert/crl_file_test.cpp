@@ -92,6 +92,9 @@ TEST_F(CrlFileTest, OneCrlFilesInDerAndPem) {
     for (const char* name : {"crl.pem", "crlf.pem"}) {
         EXPECT_EQ(load(name, &der), 0u) << name;
         EXPECT_EQ(der, ders_[0]) << name;
+        std::vector<Bytes> delivered;
+        EXPECT_EQ(load_concat(name, delivered), 0u) << name;
+        EXPECT_EQ(delivered, std::vector<Bytes>{ders_[0]}) << name;
     }
 
     // Two CRLs: the one-CRL loader takes the first.
