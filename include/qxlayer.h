@@ -143,6 +143,7 @@ struct LayerContext {
     uint32_t toolkitContextCount;
     R_CERT_CTX* certContext;
     struct QxMemoryAccount* memory;
+    char* storePath; /* the persistent store's SQLite file */
 };
 
 /* One caller's context. */
@@ -179,6 +180,7 @@ typedef struct QxLayerConfig {
     QxTraceSink traceSink; /* default NULL */
     void* traceSinkArg;    /* default NULL */
     uint32_t traceLevel;   /* default QX_TRACE_LEVEL_FROM_ENV */
+    const char* storePath; /* default "qxstore.db" (copied) */
 } QxLayerConfig;
 
 /* Fills config with the defaults above. */
@@ -424,6 +426,128 @@ typedef struct QxFileInterface {
 
 /* The POSIX table every layer instance starts with (open, fstat, read, close). */
 QXCRL_API const QxFileInterface* qxfile_posix_interface(void);
+
+/* ---------------------------------------------------------- private keys */
+
+/*
+ * An issuer's private key as the layer holds it: unencrypted PKCS#8 DER in a
+ * block of the layer's allocator. Made by qxdk_key_from_bytes or
+ * qxdk_key_from_file, released by qxdk_key_free.
+ */
+struct QxPrivateKey {
+    unsigned char* pkcs8;
+    uint32_t length;
+};
+
+/*
+ * A key from DER (PKCS#8 or the algorithm's own form) or PEM (PKCS#8,
+ * traditional, or encrypted under passphrase, which may be NULL) into a new
+ * *key. QXL_ERR_KEY for input that is no key or a wrong passphrase.
+ */
+QXCRL_API StatusCode qxdk_key_from_bytes(SecurityContext* ctx, const unsigned char* bytes,
+                                         uint32_t length, const char* passphrase,
+                                         QxPrivateKey** key);
+
+/* qxdk_key_from_bytes on the whole file at path; QXL_ERR_FILE when it cannot be read. */
+QXCRL_API StatusCode qxdk_key_from_file(SecurityContext* ctx, const char* path,
+                                        const char* passphrase, QxPrivateKey** key);
+
+/* Releases *key and sets it to NULL; NULL is ignored. */
+QXCRL_API void qxdk_key_free(SecurityContext* ctx, QxPrivateKey** key);
+
+/*
+ * A new toolkit key (released with R_PKEY_free) made from key in ctx's
+ * toolkit library context. QXL_ERR_KEY when the key does not decode.
+ */
+QXCRL_API StatusCode qxdk_pvtkey_to_obj(SecurityContext* ctx, const QxPrivateKey* key,
+                                        R_PKEY** object);
+
+/* ------------------------------------------------------------- validity */
+
+/*
+ * 0 when notBefore <= now <= notAfter (seconds since 1970, the toolkit's
+ * clock); QXL_ERR_CERT_NOT_YET_VALID before, QXL_ERR_CERT_EXPIRED after.
+ */
+QXCRL_API StatusCode qxtCheckValidity_ext(SecurityContext* ctx, int64_t notBefore,
+                                          int64_t notAfter);
+
+/* ------------------------------------------------ strings and intervals */
+
+/* The interval text that means "the current time". */
+QXCRL_API extern const char QX_STR_CURTIME[]; /* "now" */
+
+/*
+ * Copies length bytes of text into string->data (a new NUL-terminated block)
+ * and sets string->length. QXL_ERR_BAD_ARGUMENT, QXL_ERR_OUT_OF_MEMORY.
+ */
+QXCRL_API StatusCode qxstr_alloc(SecurityContext* ctx, QxString* string, const char* text,
+                                 uint32_t length);
+
+/* Releases string->data and clears the string; harmless on one never filled. */
+QXCRL_API void qxstrfc_free_content(SecurityContext* ctx, QxString* string);
+
+/*
+ * A duration in seconds: plain seconds ("86400") or number-unit groups with
+ * units s, m, h, d, w ("7d", "1d12h", "90m"). Empty, signed, unknown unit,
+ * a number without unit after groups, or a total past 2^63-1:
+ * QXL_ERR_INTERVAL with *seconds untouched.
+ */
+QXCRL_API StatusCode qxutmtts_tsecs(SecurityContext* ctx, const QxString* text, uint64_t* seconds);
+
+/* -------------------------------------------------------- persistent store */
+
+/* What qxiropen is asked to open; the fields at the offsets the module fills. */
+typedef struct QxStoreDescriptor {
+    uint32_t kind;       /* offset 0: 21, a named text */
+    const char* name;    /* offset 8 */
+    uint32_t nameLength; /* offset 16, bytes without the NUL */
+    unsigned char reserved[60];
+    uint32_t format; /* offset 80: 33, PEM text */
+} QxStoreDescriptor;
+
+typedef struct QxStoreItem {
+    const char* text;
+    uint32_t length;
+} QxStoreItem;
+
+typedef struct QxStoreItemList {
+    uint32_t count;
+    QxStoreItem* items;
+} QxStoreItemList;
+
+typedef struct QxStoreHandle QxStoreHandle;
+
+/* Store classes, kinds and modes qxiropen knows. */
+#define QX_STORE_CLASS_CRL 17u
+#define QX_STORE_FORMAT_PEM 33u
+#define QX_STORE_MODE_WRITE 1u
+#define QX_STORE_KIND_NAMED_TEXT 21u
+
+/*
+ * Opens the layer's store (the SQLite file of ctx's layer) for the named text
+ * of descriptor into a new *handle. QXL_ERR_STORE when the file cannot be
+ * opened or the arguments are not a CRL store opened for writing.
+ */
+QXCRL_API StatusCode qxiropen(SecurityContext* ctx, QxStoreHandle** handle, uint32_t storeClass,
+                              uint32_t format, uint32_t mode, const QxStoreDescriptor* descriptor);
+
+/*
+ * Stores the texts of list under the handle's name in one transaction: each
+ * replaces the current text, which moves to the history with its time.
+ */
+QXCRL_API StatusCode qxirstore(SecurityContext* ctx, QxStoreHandle* handle,
+                               const QxStoreItemList* list);
+
+/* Closes *handle and sets it to NULL; NULL is ignored. */
+QXCRL_API void qxirclose(SecurityContext* ctx, QxStoreHandle** handle);
+
+/*
+ * The text stored under name: version 0 is the current one, 1 the one before
+ * it, and so on; a new NUL-terminated block in *text (released with qxumfree).
+ * QXL_ERR_STORE when there is no such version or the store cannot be read.
+ */
+QXCRL_API StatusCode qxir_read(SecurityContext* ctx, const char* name, uint32_t version,
+                               char** text, uint32_t* length);
 
 /* ---------------------------------------------------- certificate context */
 

@@ -121,6 +121,42 @@ int R_CRL_issuer_name_to_binary(R_CRL* crl, uint32_t bufferSize, unsigned char* 
  */
 int R_CRL_verify(R_CRL* crl, R_CERT* issuer, uint32_t* result);
 
+/* ------------------------------------------------------------ CRL writing */
+
+/*
+ * Sets a field: R_CRL_INFO_THIS_UPDATE and R_CRL_INFO_NEXT_UPDATE take an
+ * R_TIME* (encoded as UTCTime through 2049, GeneralizedTime from 2050),
+ * R_CRL_INFO_VERSION a uint32_t* (1 for v2). A failure changes nothing.
+ */
+int R_CRL_set_info(R_CRL* crl, int id, const void* value);
+
+/* Adds a copy of entry to crl; a duplicate serial is added like any other. */
+int R_CRL_add_entry(R_CRL* crl, R_CRL_ENTRY* entry);
+
+/*
+ * Signs crl with key under algorithm (R_SIG_ALG_*): sets the issuer name to
+ * issuer's subject, the Authority Key Identifier to issuer's Subject Key
+ * Identifier when it has one, and the CRL Number to one more than the CRL's
+ * (1 when it has none), then signs. A key that does not fit the algorithm,
+ * or MD5, is refused. A failure leaves the CRL as it was.
+ */
+int R_CRL_sign(R_CRL* crl, R_CERT* issuer, R_PKEY* key, uint32_t algorithm);
+
+/* -------------------------------------------------------------- private keys */
+
+/*
+ * Decodes a private key: DER (PKCS#8 or the algorithm's own form), or PEM text
+ * (PKCS#8, traditional, or encrypted with passphrase, which may be NULL).
+ * Wrong passphrase or unreadable input: R_ERROR_DECODE.
+ */
+int R_PKEY_from_bytes(R_LIB_CTX* libCtx, uint32_t length, const unsigned char* bytes,
+                      const char* passphrase, R_PKEY** key);
+
+/* The key as unencrypted PKCS#8 DER; a size query with bufferSize 0 and no buffer. */
+int R_PKEY_to_binary(R_PKEY* key, uint32_t bufferSize, unsigned char* buffer, uint32_t* length);
+
+int R_PKEY_free(R_PKEY* key);
+
 /* ------------------------------------------------------------ CRL entries */
 
 #define R_CRL_ENTRY_INFO_SERIAL 0x8007           /* R_ITEM*: INTEGER content octets */
@@ -128,6 +164,12 @@ int R_CRL_verify(R_CRL* crl, R_CERT* issuer, uint32_t* result);
 
 int R_CRL_ENTRY_new(R_LIB_CTX* libCtx, uint32_t flags, R_CRL_ENTRY** entry);
 int R_CRL_ENTRY_get_info(R_CRL_ENTRY* entry, int id, void* value);
+/*
+ * Sets a field of an entry being built: R_CRL_ENTRY_INFO_SERIAL takes an
+ * R_ITEM* of INTEGER content octets, kept byte for byte; the revocation date
+ * an R_TIME*.
+ */
+int R_CRL_ENTRY_set_info(R_CRL_ENTRY* entry, int id, const void* value);
 int R_CRL_ENTRY_free(R_CRL_ENTRY* entry);
 
 /* ----------------------------------------------------------- certificates */
