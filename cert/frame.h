@@ -64,6 +64,7 @@ using NameHandle = ToolkitHandle<R_CERT_NAME, R_CERT_NAME_free>;
 using TimeCtxHandle = ToolkitHandle<R_TIME_CTX, R_TIME_CTX_free>;
 using TimeHandle = ToolkitHandle<R_TIME, R_TIME_free>;
 using ExtHandle = ToolkitHandle<R_EXT, R_EXT_free>;
+using PkeyHandle = ToolkitHandle<R_PKEY, R_PKEY_free>;
 
 // A block of the layer's allocator, returned with qxumfree unless handed on.
 template <typename T> class LayerBlock {

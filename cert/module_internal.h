@@ -12,4 +12,16 @@
 StatusCode qxcrlGetCRLFromFile(SecurityContext* ctx, const char* path, unsigned char** buffer,
                                uint32_t* length);
 
+/*
+ * Creates a signed CRL into a new record stored at *crl at once (when *crl is
+ * NULL) or re-dates and re-signs the CRL of *crl (when it is set).
+ */
+StatusCode qxcrl_CreateOrExtend(SecurityContext* ctx, CrlObject** crl, const QxPrivateKey* key,
+                                CertificateRecord* issuer, const char* interval,
+                                uint32_t signatureType);
+
+/* Adds an entry (serial content octets, revocation time) to crl; no signature. */
+StatusCode qxcrl_RevokeEntry(SecurityContext* ctx, CrlObject* crl, const unsigned char* serial,
+                             uint32_t serialLength, R_TIME* revocationTime);
+
 #endif

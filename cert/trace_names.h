@@ -23,6 +23,16 @@ inline constexpr char name_get_crl_from_file[] = "qxcrlGetCRLFromFile";
 inline constexpr char name_load_crl[] = "qxcrlLOC_LoadCRL";
 inline constexpr char name_load_concat_crl[] = "qxcrl_LoadConcatCRL";
 inline constexpr char name_file_for_issuer[] = "qxcrlFFI_FileForIssuer";
+inline constexpr char name_create_or_extend[] = "qxcrl_CreateOrExtend";
+inline constexpr char name_sign[] = "qxcrl_Sign";
+inline constexpr char name_revoke_cert[] = "qxcrlRC_RevokeCert";
+inline constexpr char name_set_next_update[] = "qxcrl_SetNextUpdate";
+
+// Authoring progress and summaries (level 5) and the signing failure (level 2).
+inline constexpr char msg_returning_error[] = "returning error %d, rsastatus %d\n";
+inline constexpr char msg_invalid_signature_type[] = "Invalid signature type - %d";
+inline constexpr char msg_setting_next_update[] = "Attempting to set NextUpdate field in new CRL\n";
+inline constexpr char msg_revoking[] = "Attempting to revert certificate\n";
 
 // Verification verdicts (level 4).
 inline constexpr char msg_verify_failed[] = "CRL Verify failed with error:%d";

@@ -6,7 +6,8 @@ set -euo pipefail
 packages=(
     cmake ninja-build g++ pkg-config
     libssl-dev openssl
-    libgtest-dev libgmock-dev
+    libsqlite3-dev
+    libgtest-dev libgmock-dev libbenchmark-dev
 )
 
 missing=()

@@ -1,15 +1,11 @@
 // Certificate records: a certificate decoded once, with the facts the module
 // reads from it laid out in blocks of the layer's allocator so that the
 // layer's live-block count accounts for every one of them.
-#include <cerrno>
 #include <cstring>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "../toolkit/r_toolkit.h"
 #include "qxlayer.h"
+#include "whole_file.h"
 
 namespace {
 
@@ -168,39 +164,6 @@ StatusCode fill(SecurityContext* ctx, CertificateRecord* record, const unsigned 
     return status;
 }
 
-// Reads the whole of a regular file into a block of the layer's allocator.
-StatusCode read_whole(SecurityContext* ctx, const char* path, unsigned char** bytes,
-                      uint32_t* length) {
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return QXL_ERR_FILE;
-    struct stat info {};
-    StatusCode status = 0;
-    if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || info.st_size > UINT32_MAX - 1) {
-        status = QXL_ERR_FILE;
-    } else {
-        const auto size = static_cast<uint32_t>(info.st_size);
-        *bytes = static_cast<unsigned char*>(qxumalloc(ctx, size, &status));
-        uint32_t done = 0;
-        while (*bytes != nullptr && done < size) {
-            const ssize_t got = read(fd, *bytes + done, size - done);
-            if (got < 0 && errno == EINTR)
-                continue;
-            if (got < 0) {
-                status = QXL_ERR_FILE;
-                qxumfree(ctx, bytes);
-            } else if (got == 0) {
-                break; // the file shrank: what is there is the file
-            } else {
-                done += static_cast<uint32_t>(got);
-            }
-        }
-        *length = done;
-    }
-    close(fd);
-    return status;
-}
-
 } // namespace
 
 extern "C" StatusCode qxcert_from_bytes(SecurityContext* ctx, const unsigned char* bytes,
@@ -244,7 +207,7 @@ extern "C" StatusCode qxcert_from_file(SecurityContext* ctx, const char* path,
         return QXL_ERR_BAD_ARGUMENT;
     unsigned char* bytes = nullptr;
     uint32_t length = 0;
-    StatusCode status = read_whole(ctx, path, &bytes, &length);
+    StatusCode status = qxl_read_whole_file(ctx, path, &bytes, &length);
     if (status != 0)
         return status;
     status = qxcert_from_bytes(ctx, bytes, length, out);

@@ -1,8 +1,7 @@
 // Digests for the module (the MD5 of an issuer name picks its file in an
 // old-style hashed directory), computed by the toolkit in the library
 // context the module's objects are made in.
-#include "../toolkit/r_toolkit.h"
-#include "qxlayer.h"
+#include "toolkit_access.h"
 
 namespace {
 
@@ -27,21 +26,18 @@ bool toolkit_algorithm(uint32_t algorithm, uint32_t* toolkit) {
 extern "C" StatusCode qxty_digest(SecurityContext* ctx, uint32_t algorithm,
                                   const unsigned char* data, uint32_t dataLength,
                                   unsigned char* digest, uint32_t* digestLength) {
-    if (ctx == nullptr || ctx->layerContext == nullptr || (data == nullptr && dataLength != 0) ||
-        digest == nullptr || digestLength == nullptr)
+    if (ctx == nullptr || (data == nullptr && dataLength != 0) || digest == nullptr ||
+        digestLength == nullptr)
         return QXL_ERR_BAD_ARGUMENT;
-    const LayerContext* layer = ctx->layerContext;
-    const uint32_t slot = layer->toolkitMode == 1 ? 3 : 2;
-    if (layer->toolkitContexts == nullptr || layer->toolkitContextCount <= slot ||
-        layer->toolkitContexts[slot] == nullptr)
+    R_LIB_CTX* libCtx = qxl_toolkit_context(ctx);
+    if (libCtx == nullptr)
         return QXL_ERR_BAD_ARGUMENT;
     uint32_t toolkit = 0;
     if (!toolkit_algorithm(algorithm, &toolkit))
         return QXL_ERR_DIGEST;
     // *digestLength changes only on success.
     uint32_t length = *digestLength;
-    if (R_digest(layer->toolkitContexts[slot], toolkit, data, dataLength, digest, &length) !=
-        R_ERROR_NONE)
+    if (R_digest(libCtx, toolkit, data, dataLength, digest, &length) != R_ERROR_NONE)
         return QXL_ERR_DIGEST;
     *digestLength = length;
     return 0;

@@ -1,11 +1,14 @@
 // Layer instances: a SecurityContext with its LayerContext, the toolkit
 // library contexts, the certificate context and the memory account.
+#include <cstring>
 #include <new>
 
 #include "../toolkit/r_toolkit.h"
 #include "memory_account.h"
 
 namespace {
+
+constexpr char default_store_path[] = "qxstore.db";
 
 // Slot 3 is isolated so that objects made under toolkitMode 1 never share
 // provider state with the others.
@@ -24,6 +27,7 @@ void release(SecurityContext* ctx) {
             delete[] layer->toolkitContexts;
         }
         qxum_account_free(layer->memory);
+        delete[] layer->storePath;
         delete layer;
     }
     delete ctx;
@@ -41,6 +45,14 @@ StatusCode build(const QxLayerConfig& config, SecurityContext* ctx) {
     layer->crlPolicy = config.crlPolicy;
     layer->fileContext = qxfile_posix_interface();
     layer->memory = qxum_account_new();
+    // The layer keeps its own copy: the caller's configuration may be gone
+    // long before the store is used.
+    const char* storePath = config.storePath != nullptr ? config.storePath : default_store_path;
+    const size_t pathSize = std::strlen(storePath) + 1;
+    layer->storePath = new (std::nothrow) char[pathSize];
+    if (layer->storePath == nullptr)
+        return QXL_ERR_OUT_OF_MEMORY;
+    std::memcpy(layer->storePath, storePath, pathSize);
     layer->toolkitContexts = new (std::nothrow) R_LIB_CTX* [QX_TOOLKIT_CONTEXT_COUNT] {};
     if (layer->memory == nullptr || layer->toolkitContexts == nullptr)
         return QXL_ERR_OUT_OF_MEMORY;
@@ -63,6 +75,7 @@ extern "C" void qxlayer_default_config(QxLayerConfig* config) {
         return;
     *config = QxLayerConfig{};
     config->traceLevel = QX_TRACE_LEVEL_FROM_ENV;
+    config->storePath = default_store_path;
 }
 
 extern "C" StatusCode qxlayer_create(const QxLayerConfig* config, SecurityContext** out) {

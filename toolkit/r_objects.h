@@ -69,6 +69,11 @@ struct R_EXT {
     R_LIB_CTX* libCtx = nullptr;
 };
 
+struct R_PKEY {
+    EVP_PKEY* pkey = nullptr;
+    R_LIB_CTX* libCtx = nullptr; /* the context it was decoded in */
+};
+
 /* Keeps integer's DER in octets, replacing what octets held. */
 int r_integer_octets_keep(const ASN1_INTEGER* integer, R_INTEGER_OCTETS* octets);
 void r_integer_octets_free(R_INTEGER_OCTETS* octets);

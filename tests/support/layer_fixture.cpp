@@ -37,13 +37,15 @@ void LayerTest::TearDown() {
     qxu_set_default_trace(nullptr, nullptr, QX_TRACE_LEVEL_FROM_ENV);
 }
 
-SecurityContext* LayerTest::make_layer(uint32_t toolkitMode) {
+SecurityContext* LayerTest::make_layer(uint32_t toolkitMode, const char* storePath) {
     QxLayerConfig config;
     qxlayer_default_config(&config);
     config.toolkitMode = toolkitMode;
     config.traceSink = &TraceLog::sink;
     config.traceSinkArg = &trace_;
     config.traceLevel = 5;
+    if (storePath != nullptr)
+        config.storePath = storePath;
     SecurityContext* made = nullptr;
     EXPECT_EQ(qxlayer_create(&config, &made), 0u);
     layers_.push_back(made);

@@ -49,8 +49,9 @@ class LayerTest : public ::testing::Test {
     void SetUp() override;
     void TearDown() override;
 
-    // Makes a layer; the fixture's own is made with toolkitMode 0.
-    SecurityContext* make_layer(uint32_t toolkitMode);
+    // Makes a layer; the fixture's own is made with toolkitMode 0 and the
+    // default store path.
+    SecurityContext* make_layer(uint32_t toolkitMode, const char* storePath = nullptr);
 
     LayerContext* layer() const { return ctx_->layerContext; }
 

@@ -18,7 +18,7 @@ void require(bool ok, const char* what) {
 }
 
 const EVP_MD* digest_for(KeyKind kind) {
-    return kind == KeyKind::Ed25519 ? nullptr : EVP_sha256();
+    return kind == KeyKind::Ed25519 || kind == KeyKind::Ed448 ? nullptr : EVP_sha256();
 }
 
 X509_EXTENSION* raw_extension(const RawExtension& raw) {
@@ -76,9 +76,36 @@ Pkey make_key(KeyKind kind) {
     case KeyKind::Ed25519:
         key = EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519");
         break;
+    case KeyKind::Ed448:
+        key = EVP_PKEY_Q_keygen(nullptr, nullptr, "ED448");
+        break;
     }
     require(key != nullptr, "key generation");
     return Pkey(key);
+}
+
+std::string key_pem(const EVP_PKEY* key) {
+    BIO* bio = BIO_new(BIO_s_mem());
+    require(bio != nullptr &&
+                PEM_write_bio_PKCS8PrivateKey(bio, key, nullptr, nullptr, 0, nullptr, nullptr) == 1,
+            "key PEM");
+    char* text = nullptr;
+    const long length = BIO_get_mem_data(bio, &text);
+    std::string pem(text, static_cast<size_t>(length));
+    BIO_free(bio);
+    return pem;
+}
+
+Bytes key_der(const EVP_PKEY* key) {
+    PKCS8_PRIV_KEY_INFO* info = EVP_PKEY2PKCS8(key);
+    require(info != nullptr, "key PKCS#8");
+    unsigned char* der = nullptr;
+    const int length = i2d_PKCS8_PRIV_KEY_INFO(info, &der);
+    PKCS8_PRIV_KEY_INFO_free(info);
+    require(length > 0, "key DER");
+    Bytes bytes(der, der + length);
+    OPENSSL_free(der);
+    return bytes;
 }
 
 Issuer make_issuer(const IssuerOptions& recipe) {
@@ -112,6 +139,8 @@ Issuer make_issuer(const IssuerOptions& recipe) {
     for (auto [nid, value] : {std::pair{NID_basic_constraints, "critical,CA:TRUE"},
                               std::pair{NID_key_usage, "critical,keyCertSign,cRLSign"},
                               std::pair{NID_subject_key_identifier, "hash"}}) {
+        if (nid == NID_subject_key_identifier && !recipe.subjectKeyIdentifier)
+            continue;
         X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, &v3, nid, value);
         require(extension != nullptr, "issuer extension");
         X509_add_ext(cert, extension, -1);

@@ -26,9 +26,13 @@ struct X509Free {
 using Pkey = std::unique_ptr<EVP_PKEY, PkeyFree>;
 using Cert = std::unique_ptr<X509, X509Free>;
 
-enum class KeyKind { Rsa2048, RsaPss, EcP256, Ed25519 };
+enum class KeyKind { Rsa2048, RsaPss, EcP256, Ed25519, Ed448 };
 
 Pkey make_key(KeyKind kind);
+
+// The private key as unencrypted PKCS#8: PEM text with LF line ends, or DER.
+std::string key_pem(const EVP_PKEY* key);
+Bytes key_der(const EVP_PKEY* key);
 
 struct Issuer {
     std::string commonName;
@@ -54,6 +58,7 @@ struct IssuerOptions {
     KeyKind kind = KeyKind::EcP256;
     time_t notBefore = std::time(nullptr) - 86400;
     time_t notAfter = std::time(nullptr) + 365 * 86400;
+    bool subjectKeyIdentifier = true;
 };
 
 Issuer make_issuer(const IssuerOptions& recipe);
@@ -100,7 +105,7 @@ struct CrlOptions {
     std::optional<long> crlNumber = 1;
     std::vector<RawExtension> extensions;
     // The hash of an RSA, RSA-PSS or ECDSA signature, by OpenSSL name
-    // ("SHA384"); empty means SHA-256. Ed25519 has none.
+    // ("SHA384"); empty means SHA-256. Ed25519 and Ed448 have none.
     std::string digest;
 };
 
