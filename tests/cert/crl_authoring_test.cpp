@@ -14,6 +14,7 @@
 #include "test_pki.h"
 #include "toolkit/r_toolkit.h"
 #include "toolkit_bytes.h"
+#include "toolkit_fixture.h"
 
 using namespace qxtest;
 
@@ -87,16 +88,6 @@ class CrlAuthoringTest : public LayerTest {
     std::vector<CertificateRecord*> records_;
     std::vector<QxPrivateKey*> keys_;
 };
-
-std::string hex(const Bytes& bytes) {
-    static const char digits[] = "0123456789ABCDEF";
-    std::string text;
-    for (unsigned char byte : bytes) {
-        text += digits[byte >> 4];
-        text += digits[byte & 15];
-    }
-    return text;
-}
 
 } // namespace
 

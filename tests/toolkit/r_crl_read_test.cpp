@@ -15,23 +15,11 @@
 #include "files.h"
 #include "test_pki.h"
 #include "toolkit/r_toolkit.h"
+#include "toolkit_fixture.h"
 
 using namespace qxtest;
 
 namespace {
-
-template <typename T, int (*Free)(T*)> struct Freer {
-    void operator()(T* object) const { Free(object); }
-};
-using CrlPtr = std::unique_ptr<R_CRL, Freer<R_CRL, R_CRL_free>>;
-using CertPtr = std::unique_ptr<R_CERT, Freer<R_CERT, R_CERT_free>>;
-using EntryPtr = std::unique_ptr<R_CRL_ENTRY, Freer<R_CRL_ENTRY, R_CRL_ENTRY_free>>;
-using ExtPtr = std::unique_ptr<R_EXT, Freer<R_EXT, R_EXT_free>>;
-using TimePtr = std::unique_ptr<R_TIME, Freer<R_TIME, R_TIME_free>>;
-
-Bytes item_bytes(const R_ITEM& item) {
-    return item.len == 0 ? Bytes{} : Bytes(item.data, item.data + item.len);
-}
 
 // What DER puts inside an INTEGER for a non-negative magnitude: no leading
 // zero bytes, except one when the high bit would otherwise read as a sign.
@@ -51,34 +39,8 @@ Bytes name_der(const X509_NAME* name) {
     return Bytes(der, der + length);
 }
 
-class ToolkitCrlRead : public ::testing::Test {
+class ToolkitCrlRead : public ToolkitTest {
   protected:
-    void SetUp() override {
-        ASSERT_EQ(R_LIB_CTX_new(R_LIB_CTX_SHARED, &lib), R_ERROR_NONE);
-        ASSERT_EQ(R_CERT_CTX_new(lib, &certCtx), R_ERROR_NONE);
-        ASSERT_EQ(R_TIME_CTX_new(lib, 0, &timeCtx), R_ERROR_NONE);
-    }
-    void TearDown() override {
-        R_TIME_CTX_free(timeCtx);
-        R_CERT_CTX_free(certCtx);
-        R_LIB_CTX_free(lib);
-    }
-
-    CrlPtr decode(const Bytes& der) {
-        R_CRL* crl = nullptr;
-        EXPECT_EQ(
-            R_CRL_from_binary(lib, 0, static_cast<uint32_t>(der.size()), der.data(), nullptr, &crl),
-            R_ERROR_NONE);
-        return CrlPtr(crl);
-    }
-    CertPtr cert(const X509* x509) {
-        const Bytes der = cert_der(x509);
-        R_CERT* made = nullptr;
-        EXPECT_EQ(R_CERT_from_binary(certCtx, 0, static_cast<uint32_t>(der.size()), der.data(),
-                                     nullptr, &made),
-                  R_ERROR_NONE);
-        return CertPtr(made);
-    }
     EntryPtr entry() {
         R_CRL_ENTRY* made = nullptr;
         EXPECT_EQ(R_CRL_ENTRY_new(lib, 0, &made), R_ERROR_NONE);
@@ -94,16 +56,6 @@ class ToolkitCrlRead : public ::testing::Test {
         EXPECT_EQ(R_TIME_new(timeCtx, &made), R_ERROR_NONE);
         return TimePtr(made);
     }
-    // The seconds a time object holds, read back through format 3.
-    static int64_t seconds(R_TIME* time) {
-        unsigned char bytes[8] = {};
-        uint32_t length = 0;
-        EXPECT_EQ(R_TIME_export(time, R_TIME_FORMAT_SECONDS_BE, bytes, &length, 8), R_ERROR_NONE);
-        uint64_t value = 0;
-        for (unsigned char byte : bytes)
-            value = value << 8 | byte;
-        return static_cast<int64_t>(value);
-    }
     // The time as RFC 3339 text, which also shows times before 1970.
     static std::string text(R_TIME* time) {
         unsigned char buffer[64] = {};
@@ -112,15 +64,6 @@ class ToolkitCrlRead : public ::testing::Test {
                   R_ERROR_NONE);
         return std::string(buffer, buffer + std::min<uint32_t>(length, sizeof buffer));
     }
-    static Bytes serial_of(R_CRL_ENTRY* entry) {
-        R_ITEM item{};
-        EXPECT_EQ(R_CRL_ENTRY_get_info(entry, R_CRL_ENTRY_INFO_SERIAL, &item), R_ERROR_NONE);
-        return item_bytes(item);
-    }
-
-    R_LIB_CTX* lib = nullptr;
-    R_CERT_CTX* certCtx = nullptr;
-    R_TIME_CTX* timeCtx = nullptr;
 };
 
 } // namespace

@@ -18,20 +18,11 @@
 #include "test_pki.h"
 #include "toolkit/r_toolkit.h"
 #include "toolkit_bytes.h"
+#include "toolkit_fixture.h"
 
 using namespace qxtest;
 
 namespace {
-
-template <typename T, int (*Free)(T*)> struct Freer {
-    void operator()(T* object) const { Free(object); }
-};
-using CrlPtr = std::unique_ptr<R_CRL, Freer<R_CRL, R_CRL_free>>;
-using CertPtr = std::unique_ptr<R_CERT, Freer<R_CERT, R_CERT_free>>;
-using EntryPtr = std::unique_ptr<R_CRL_ENTRY, Freer<R_CRL_ENTRY, R_CRL_ENTRY_free>>;
-using ExtPtr = std::unique_ptr<R_EXT, Freer<R_EXT, R_EXT_free>>;
-using TimePtr = std::unique_ptr<R_TIME, Freer<R_TIME, R_TIME_free>>;
-using KeyPtr = std::unique_ptr<R_PKEY, Freer<R_PKEY, R_PKEY_free>>;
 
 struct CrlFree {
     void operator()(X509_CRL* crl) const { X509_CRL_free(crl); }
@@ -43,10 +34,6 @@ constexpr int64_t lastUtc = 2524607999;  // 2049-12-31T23:59:59Z
 constexpr int64_t firstGen = 2524608000; // 2050-01-01T00:00:00Z
 constexpr int64_t mar2051 = 2561519167;  // 2051-03-04T05:06:07Z
 
-Bytes item_bytes(const R_ITEM& item) {
-    return item.len == 0 ? Bytes{} : Bytes(item.data, item.data + item.len);
-}
-
 Bytes ascii(const std::string& text) {
     return Bytes(text.begin(), text.end());
 }
@@ -54,18 +41,6 @@ Bytes ascii(const std::string& text) {
 bool contains(const Bytes& haystack, const Bytes& needle) {
     return std::search(haystack.begin(), haystack.end(), needle.begin(), needle.end()) !=
            haystack.end();
-}
-
-std::string hex(const Bytes& bytes, const char* separator = "") {
-    static const char digits[] = "0123456789ABCDEF";
-    std::string text;
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        if (i != 0)
-            text += separator;
-        text += digits[bytes[i] >> 4];
-        text += digits[bytes[i] & 0xf];
-    }
-    return text;
 }
 
 // How openssl prints an INTEGER given by its content octets: the magnitude in
@@ -111,38 +86,12 @@ struct OpensslView {
     std::string text;
 };
 
-class ToolkitCrlWrite : public ::testing::Test {
+class ToolkitCrlWrite : public ToolkitTest {
   protected:
-    void SetUp() override {
-        ASSERT_EQ(R_LIB_CTX_new(R_LIB_CTX_SHARED, &lib), R_ERROR_NONE);
-        ASSERT_EQ(R_CERT_CTX_new(lib, &certCtx), R_ERROR_NONE);
-        ASSERT_EQ(R_TIME_CTX_new(lib, 0, &timeCtx), R_ERROR_NONE);
-    }
-    void TearDown() override {
-        R_TIME_CTX_free(timeCtx);
-        R_CERT_CTX_free(certCtx);
-        R_LIB_CTX_free(lib);
-    }
-
     CrlPtr new_crl(R_LIB_CTX* in = nullptr) {
         R_CRL* crl = nullptr;
         EXPECT_EQ(R_CRL_new(in != nullptr ? in : lib, 0, &crl), R_ERROR_NONE);
         return CrlPtr(crl);
-    }
-    CrlPtr decode(const Bytes& der) {
-        R_CRL* crl = nullptr;
-        EXPECT_EQ(
-            R_CRL_from_binary(lib, 0, static_cast<uint32_t>(der.size()), der.data(), nullptr, &crl),
-            R_ERROR_NONE);
-        return CrlPtr(crl);
-    }
-    CertPtr cert(const X509* x509) {
-        const Bytes der = cert_der(x509);
-        R_CERT* made = nullptr;
-        EXPECT_EQ(R_CERT_from_binary(certCtx, 0, static_cast<uint32_t>(der.size()), der.data(),
-                                     nullptr, &made),
-                  R_ERROR_NONE);
-        return CertPtr(made);
     }
     KeyPtr key_from(const Bytes& bytes, const char* passphrase = nullptr, R_LIB_CTX* in = nullptr) {
         R_PKEY* key = nullptr;
@@ -152,28 +101,10 @@ class ToolkitCrlWrite : public ::testing::Test {
         return KeyPtr(key);
     }
     KeyPtr key_of(const Issuer& issuer) { return key_from(ascii(key_pem(issuer.key.get()))); }
-    TimePtr time_at(int64_t seconds) {
-        R_TIME* made = nullptr;
-        EXPECT_EQ(R_TIME_new(timeCtx, &made), R_ERROR_NONE);
-        unsigned char bytes[8];
-        for (int i = 7; i >= 0; --i, seconds >>= 8)
-            bytes[i] = static_cast<unsigned char>(seconds & 0xff);
-        EXPECT_EQ(R_TIME_import(made, R_TIME_FORMAT_SECONDS_BE, bytes, 8), R_ERROR_NONE);
-        return TimePtr(made);
-    }
     int64_t crl_time(R_CRL* crl, int id) {
         TimePtr time = time_at(0);
         EXPECT_EQ(R_CRL_get_info(crl, id, time.get()), R_ERROR_NONE);
         return seconds(time.get());
-    }
-    static int64_t seconds(R_TIME* time) {
-        unsigned char bytes[8] = {};
-        uint32_t length = 0;
-        EXPECT_EQ(R_TIME_export(time, R_TIME_FORMAT_SECONDS_BE, bytes, &length, 8), R_ERROR_NONE);
-        uint64_t value = 0;
-        for (unsigned char byte : bytes)
-            value = value << 8 | byte;
-        return static_cast<int64_t>(value);
     }
     EntryPtr entry(const Bytes& serial, int64_t date = jan2026) {
         R_CRL_ENTRY* made = nullptr;
@@ -185,11 +116,6 @@ class ToolkitCrlWrite : public ::testing::Test {
                     const_cast<unsigned char*>(serial.data())};
         EXPECT_EQ(R_CRL_ENTRY_set_info(made, R_CRL_ENTRY_INFO_SERIAL, &item), R_ERROR_NONE);
         return EntryPtr(made);
-    }
-    static Bytes serial_of(R_CRL_ENTRY* entry) {
-        R_ITEM item{};
-        EXPECT_EQ(R_CRL_ENTRY_get_info(entry, R_CRL_ENTRY_INFO_SERIAL, &item), R_ERROR_NONE);
-        return item_bytes(item);
     }
     // A v2 CRL of January 2026 with the given entries, not yet signed.
     CrlPtr crl_with(const std::vector<Bytes>& serials, R_LIB_CTX* in = nullptr) {
@@ -227,10 +153,6 @@ class ToolkitCrlWrite : public ::testing::Test {
         view.text.assign(text.begin(), text.end());
         return view;
     }
-
-    R_LIB_CTX* lib = nullptr;
-    R_CERT_CTX* certCtx = nullptr;
-    R_TIME_CTX* timeCtx = nullptr;
 };
 
 } // namespace
