@@ -549,6 +549,46 @@ QXCRL_API void qxirclose(SecurityContext* ctx, QxStoreHandle** handle);
 QXCRL_API StatusCode qxir_read(SecurityContext* ctx, const char* name, uint32_t version,
                                char** text, uint32_t* length);
 
+/* ------------------------------------------------------------ LDAP fetch */
+
+/* How the layer's LDAP callbacks reach a directory. */
+typedef struct QxLdapFetchSettings {
+    uint32_t networkTimeoutMs;   /* connecting; default 5000 */
+    uint32_t operationTimeoutMs; /* bind and search each; default 10000 */
+    uint32_t maxBytes;           /* all values of one fetch together; default 64 MiB */
+} QxLdapFetchSettings;
+
+/* Fills settings with the defaults above. */
+QXCRL_API void qxldap_default_settings(QxLdapFetchSettings* settings);
+
+/* Non-zero for ldap://, ldaps:// and ldapi:// URLs (scheme case-insensitive). */
+QXCRL_API int qxldap_is_url(const char* url);
+
+/*
+ * Fetches the CRLs at an LDAP URL (RFC 4516: host, port, base DN, attribute,
+ * scope, filter) with an anonymous bind, reading certificateRevocationList;binary
+ * and certificateRevocationList from the entries found, and appends one node
+ * per value to *list (nodes and DER from qxumalloc on ctx). Settings come from
+ * ctx's callback table when it is the layer's own, else the defaults.
+ * QXL_ERR_FETCH when the URL does not parse, the directory cannot be reached
+ * in time, refuses the bind or search, or sends more than maxBytes.
+ */
+QXCRL_API StatusCode qxldap_fetch_crldp(SecurityContext* ctx, const char* url,
+                                        FetchedCrlNode** list);
+
+/* The layer's callback table with the default settings; what a new layer installs. */
+QXCRL_API const CrlFetchCallbacks* qxldap_fetch_callbacks(void);
+
+/*
+ * Installs table (NULL for none) as ctx's layer's fetch callbacks; the table
+ * must outlive its use. To change settings, build a table whose first slot
+ * points to a QxLdapFetchSettings and whose callbacks are the two above.
+ */
+QXCRL_API void qxlayer_set_fetch_callbacks(SecurityContext* ctx, const CrlFetchCallbacks* table);
+
+/* Releases every node of *list and its DER, and sets *list to NULL. */
+QXCRL_API void qxldap_free_list(SecurityContext* ctx, FetchedCrlNode** list);
+
 /* ---------------------------------------------------- certificate context */
 
 /* Stores the layer's certificate context (borrowed, never released) in *certCtx. */
