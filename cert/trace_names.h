@@ -27,6 +27,19 @@ inline constexpr char name_create_or_extend[] = "qxcrl_CreateOrExtend";
 inline constexpr char name_sign[] = "qxcrl_Sign";
 inline constexpr char name_revoke_cert[] = "qxcrlRC_RevokeCert";
 inline constexpr char name_set_next_update[] = "qxcrl_SetNextUpdate";
+inline constexpr char name_fetch_from_crldp[] = "qxcrlFFC_FetchFromCRLDP";
+inline constexpr char name_ldap_fetch[] = "qxcrl_ldap_fetch_crldp";
+
+// Distribution-point fetch (level 2 failures, level 5 notes).
+inline constexpr char msg_url_or_list_null[] = " url or crllist is null, error: %d\n";
+inline constexpr char msg_callback_null[] = "CRL CB: (%s) is NULL\n";
+inline constexpr char msg_list_empty[] =
+    "INFO: CRL List is NULL and url type is %s, and url is: %s\n";
+inline constexpr char url_kind_other[] = "Non-LDAP-Url and is not supported";
+inline constexpr char url_kind_ldap[] = "LDAP-Url";
+inline constexpr char callback_table[] = "funcptr";
+inline constexpr char callback_is_url[] = "ldap_is_url";
+inline constexpr char callback_fetch[] = "ldap_fetch_crldp";
 
 // Authoring progress and summaries (level 5) and the signing failure (level 2).
 inline constexpr char msg_returning_error[] = "returning error %d, rsastatus %d\n";

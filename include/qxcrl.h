@@ -177,6 +177,15 @@ QXCRL_API StatusCode qxcrl_DeleteCRLCacheEntry(CrlCacheOwner* owner,
 /* Releases every entry and the cache record; sets *cache to NULL. */
 QXCRL_API StatusCode qxcrl_DestroyCache(CrlCache** cache);
 
+/*
+ * A cache of capacity DER bytes with the owner that adds to it
+ * (addCrl = qxcrl_AddCacheEntry), all from ctx's memory, into *owner.
+ * Released with qxcrl_DestroyCacheOwner, which destroys the cache too.
+ */
+QXCRL_API StatusCode qxcrl_CreateCacheOwner(SecurityContext* ctx, uint32_t capacity,
+                                            CrlCacheOwner** owner);
+QXCRL_API StatusCode qxcrl_DestroyCacheOwner(CrlCacheOwner** owner);
+
 /* Answers cert's status from the first cached CRL of its issuer. */
 QXCRL_API StatusCode qxcrl_GetCertStatusFromCache(CertificateRecord* cert, CrlCache* cache,
                                                   CertRevocationStatus* status);

@@ -44,6 +44,7 @@ StatusCode build(const QxLayerConfig& config, SecurityContext* ctx) {
     layer->toolkitMode = config.toolkitMode;
     layer->crlPolicy = config.crlPolicy;
     layer->fileContext = qxfile_posix_interface();
+    layer->crlFetchCallbacks = qxldap_fetch_callbacks();
     layer->memory = qxum_account_new();
     // The layer keeps its own copy: the caller's configuration may be gone
     // long before the store is used.

@@ -14,7 +14,7 @@ TEST(LayerInstance, DefaultsAndContexts) {
     EXPECT_EQ(layer->toolkitMode, 0u);
     EXPECT_EQ(layer->crlPolicy, 0u);
     EXPECT_EQ(layer->fileContext, qxfile_posix_interface());
-    EXPECT_EQ(layer->crlFetchCallbacks, nullptr);
+    EXPECT_EQ(layer->crlFetchCallbacks, qxldap_fetch_callbacks());
     EXPECT_EQ(ctx->traceSink, nullptr);
     EXPECT_EQ(ctx->traceLevel, QX_TRACE_LEVEL_FROM_ENV);
     ASSERT_EQ(layer->toolkitContextCount, QX_TOOLKIT_CONTEXT_COUNT);
