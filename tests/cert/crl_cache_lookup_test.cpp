@@ -1,0 +1,172 @@
+// A certificate's status from the cache: which cached CRL answers, what the
+// layer's CRL policy lets an expired one do, and the move to the head.
+#include <ctime>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <openssl/asn1.h>
+
+#include "layer_fixture.h"
+#include "test_pki.h"
+
+using namespace qxtest;
+
+namespace {
+
+class CrlCacheLookupTest : public LayerTest {
+  protected:
+    void SetUp() override {
+        LayerTest::SetUp();
+        ASSERT_EQ(qxcrl_CreateCacheOwner(ctx_, 1u << 20, &owner_), 0u);
+        cache_ = owner_->crlCache;
+    }
+    void TearDown() override {
+        for (CertificateRecord*& leaf : leaves_)
+            qxcert_free(ctx_, &leaf);
+        qxcrl_DestroyCacheOwner(&owner_);
+        LayerTest::TearDown();
+    }
+    // Caches a CRL of issuer revoking serial 0x66, current or expired; the record.
+    CrlObject* cache(const Issuer& issuer, bool current = true) {
+        CrlOptions recipe;
+        recipe.revoked = {revoked_serial({0x66})};
+        recipe.thisUpdate = std::time(nullptr) - 7200;
+        recipe.nextUpdate = std::time(nullptr) + (current ? 3600 : -60);
+        const Bytes der = make_crl(issuer, recipe);
+        CrlObject* crl = nullptr;
+        EXPECT_EQ(qxcrl_CreateCtx(ctx_, &crl, der.data(), static_cast<uint32_t>(der.size())), 0u);
+        EXPECT_EQ(qxcrl_AddCacheEntry(crl, cache_), 0u);
+        return crl;
+    }
+    CertificateRecord* leaf(const Issuer& issuer, unsigned char serial) {
+        LeafOptions options;
+        options.serial = {serial};
+        const Bytes der = cert_der(make_leaf(issuer, options).get());
+        CertificateRecord* made = nullptr;
+        EXPECT_EQ(qxcert_from_bytes(ctx_, der.data(), static_cast<uint32_t>(der.size()), &made),
+                  0u);
+        leaves_.push_back(made);
+        return made;
+    }
+    std::vector<CrlObject*> order() const {
+        std::vector<CrlObject*> crls;
+        for (const CrlCacheEntry* entry = cache_->head; entry != nullptr; entry = entry->next)
+            crls.push_back(entry->crlObject);
+        return crls;
+    }
+    StatusCode lookup(CertificateRecord* cert, CertRevocationStatus& status) {
+        status = 0;
+        return qxcrl_GetCertStatusFromCache(cert, cache_, &status);
+    }
+
+    CrlCacheOwner* owner_ = nullptr;
+    CrlCache* cache_ = nullptr;
+    std::vector<CertificateRecord*> leaves_;
+};
+
+// Issuers made once per process; a map keeps references stable.
+const Issuer& issuer_named(const std::string& name) {
+    static std::map<std::string, Issuer> made;
+    auto found = made.find(name);
+    if (found == made.end()) {
+        IssuerOptions options;
+        options.commonName = name;
+        found = made.emplace(name, make_issuer(options)).first;
+    }
+    return found->second;
+}
+
+} // namespace
+
+TEST_F(CrlCacheLookupTest, WhichCrlAnswers) {
+    const Issuer& mine = issuer_named("Lookup CA");
+    const Issuer& other = issuer_named("Lookup Other CA");
+    CertRevocationStatus status = 0;
+    EXPECT_EQ(lookup(leaf(mine, 0x66), status), 0u);
+    EXPECT_EQ(status, QXCRL_CERT_UNKNOWN); // empty cache
+
+    CrlObject* others = cache(other);
+    EXPECT_EQ(lookup(leaf(mine, 0x66), status), 0u);
+    EXPECT_EQ(status, QXCRL_CERT_UNKNOWN); // other issuers only
+    EXPECT_EQ(order(), std::vector<CrlObject*>{others});
+
+    // Two of mine: the one nearer the head decides, even when it is expired.
+    CrlObject* current = cache(mine, true);
+    CrlObject* expired = cache(mine, false);
+    ctx_->layerContext->crlPolicy = 0;
+    EXPECT_EQ(lookup(leaf(mine, 0x66), status), QXERR_CRL_EXPIRED);
+    EXPECT_EQ(status, QXCRL_CERT_UNKNOWN);
+    EXPECT_EQ(order(), (std::vector<CrlObject*>{expired, current, others})); // failures don't move
+
+    for (uint32_t policy : {0u, 2u, 5u}) {
+        ctx_->layerContext->crlPolicy = policy;
+        EXPECT_EQ(lookup(leaf(mine, 0x67), status), QXERR_CRL_EXPIRED) << policy;
+    }
+    for (uint32_t policy : {3u, 4u}) {
+        ctx_->layerContext->crlPolicy = policy;
+        EXPECT_EQ(lookup(leaf(mine, 0x66), status), 0u) << policy;
+        EXPECT_EQ(status, QXCRL_CERT_REVOKED) << policy;
+    }
+
+    // Names that print alike but are encoded differently are different issuers.
+    IssuerOptions printable, utf8;
+    printable.subject = {{{"CN", "Same Text", V_ASN1_PRINTABLESTRING}}};
+    utf8.subject = {{{"CN", "Same Text", V_ASN1_UTF8STRING}}};
+    const Issuer asPrintable = make_issuer(printable);
+    const Issuer asUtf8 = make_issuer(utf8);
+    cache(asPrintable);
+    EXPECT_EQ(lookup(leaf(asUtf8, 0x66), status), 0u);
+    EXPECT_EQ(status, QXCRL_CERT_UNKNOWN);
+    EXPECT_EQ(lookup(leaf(asPrintable, 0x66), status), 0u);
+    EXPECT_EQ(status, QXCRL_CERT_REVOKED);
+}
+
+TEST_F(CrlCacheLookupTest, DefiniteAnswersMoveToTheHead) {
+    const Issuer& a = issuer_named("Lookup A");
+    const Issuer& b = issuer_named("Lookup B");
+    const Issuer& c = issuer_named("Lookup C");
+    CrlObject* crlA = cache(a);
+    CrlObject* crlB = cache(b);
+    CrlObject* crlC = cache(c);
+    ASSERT_EQ(order(), (std::vector<CrlObject*>{crlC, crlB, crlA}));
+    CertRevocationStatus status = 0;
+
+    // The tail answers valid: it becomes the head and its neighbour the tail.
+    EXPECT_EQ(lookup(leaf(a, 0x01), status), 0u);
+    EXPECT_EQ(status, QXCRL_CERT_VALID);
+    EXPECT_EQ(order(), (std::vector<CrlObject*>{crlA, crlC, crlB}));
+    EXPECT_EQ(cache_->tail->crlObject, crlB);
+    // A middle one answers revoked.
+    EXPECT_EQ(lookup(leaf(c, 0x66), status), 0u);
+    EXPECT_EQ(status, QXCRL_CERT_REVOKED);
+    EXPECT_EQ(order(), (std::vector<CrlObject*>{crlC, crlA, crlB}));
+    // The head answering leaves the list alone.
+    EXPECT_EQ(lookup(leaf(c, 0x01), status), 0u);
+    EXPECT_EQ(order(), (std::vector<CrlObject*>{crlC, crlA, crlB}));
+    const uint32_t used = cache_->used;
+
+    // A failing status check (the certificate's issuer name is fine, its
+    // toolkit certificate is not) answers nothing and moves nothing.
+    CertificateRecord broken = *leaf(b, 0x01);
+    broken.cert = nullptr;
+    EXPECT_EQ(qxcrl_GetCertStatusFromCache(&broken, cache_, &status), QXERR_TOOLKIT_FAILURE);
+    EXPECT_EQ(order(), (std::vector<CrlObject*>{crlC, crlA, crlB}));
+    EXPECT_EQ(cache_->used, used);
+
+    status = 77;
+    EXPECT_EQ(qxcrl_GetCertStatusFromCache(nullptr, cache_, &status), QXERR_BAD_PARAMETER);
+    EXPECT_EQ(qxcrl_GetCertStatusFromCache(leaf(a, 1), nullptr, &status), QXERR_BAD_PARAMETER);
+    EXPECT_EQ(qxcrl_GetCertStatusFromCache(leaf(a, 1), cache_, nullptr), QXERR_BAD_PARAMETER);
+    EXPECT_EQ(status, 77u);
+
+    // The lookup takes no memory of the layer.
+    CertificateRecord* probe = leaf(b, 0x66);
+    sweep_allocations([&] { return qxcrl_GetCertStatusFromCache(probe, cache_, &status); },
+                      [&](StatusCode result, bool injected) {
+                          EXPECT_FALSE(injected);
+                          EXPECT_EQ(result, 0u);
+                          EXPECT_EQ(status, QXCRL_CERT_REVOKED);
+                      });
+}
