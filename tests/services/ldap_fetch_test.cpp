@@ -77,7 +77,7 @@ class Unanswering {
             fillers_.push_back(fd);
             const int rc = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
             pollfd waiting{fd, POLLOUT, 0};
-            if (rc != 0 && poll(&waiting, 1, 200) == 0) {
+            if (rc != 0 && poll(&waiting, 1, 100) == 0) {
                 full_ = true;
                 return;
             }
@@ -439,13 +439,13 @@ TEST_F(LdapFetchPlainTest, TheAttributeWithoutBinaryIsRead) {
         SCOPED_TRACE(attribute);
         const StatusCode status =
             qxldap_fetch_crldp(ctx_, slapd_->url(dn, attribute).c_str(), &list_);
+        ASSERT_EQ(status, 0u);
         if (attribute.find(";binary") != std::string::npos) {
-            // This directory knows no ;binary form and says so.
-            EXPECT_EQ(status, QXL_ERR_FETCH);
+            // Only what the URL names is asked for, and this directory has
+            // nothing under that name.
             EXPECT_EQ(list_, nullptr);
             continue;
         }
-        ASSERT_EQ(status, 0u);
         EXPECT_EQ(ders_of(list_), std::vector<Bytes>{crl_});
         qxldap_free_list(ctx_, &list_);
     }

@@ -122,8 +122,13 @@ Slapd::Slapd(CrlTransfer transfer)
         if (attempt == start_attempts)
             throw std::runtime_error("slapd did not start:\n" + log());
     }
-    ldapadd(std::string("dn: ") + suffix +
-            "\nobjectClass: dcObject\nobjectClass: organization\no: qxcrl\ndc: qxcrl\n");
+    try {
+        ldapadd(std::string("dn: ") + suffix +
+                "\nobjectClass: dcObject\nobjectClass: organization\no: qxcrl\ndc: qxcrl\n");
+    } catch (...) {
+        stop(); // no destructor runs for an object never made
+        throw;
+    }
 }
 
 Slapd::~Slapd() {
