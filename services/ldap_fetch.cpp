@@ -5,7 +5,9 @@
 // directory cannot make the layer hold more than it allows. A fetch appends
 // to the caller's list only when it succeeds as a whole.
 #include <chrono>
+#include <csignal>
 #include <cstring>
+#include <pthread.h>
 #include <strings.h>
 
 #include <ldap.h>
@@ -28,6 +30,37 @@ constexpr QxLdapFetchSettings default_settings{5000, 10000, 64u * 1024 * 1024};
 constexpr CrlFetchCallbacks default_table{&default_settings, qxldap_is_url, qxldap_fetch_crldp};
 
 using Clock = std::chrono::steady_clock;
+
+// libldap writes to its socket with plain write(): a directory that drops
+// the connection would raise SIGPIPE and end the host process. The signal is
+// held back on this thread for the fetch, and one it caused is taken away.
+class SigpipeBlock {
+  public:
+    SigpipeBlock() {
+        sigemptyset(&pipe_);
+        sigaddset(&pipe_, SIGPIPE);
+        sigset_t pending;
+        sigpending(&pending);
+        alreadyPending_ = sigismember(&pending, SIGPIPE) == 1;
+        pthread_sigmask(SIG_BLOCK, &pipe_, &previous_);
+    }
+    ~SigpipeBlock() {
+        sigset_t pending;
+        sigpending(&pending);
+        if (!alreadyPending_ && sigismember(&pending, SIGPIPE) == 1) {
+            const timespec now{0, 0};
+            sigtimedwait(&pipe_, nullptr, &now);
+        }
+        pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
+    }
+    SigpipeBlock(const SigpipeBlock&) = delete;
+    SigpipeBlock& operator=(const SigpipeBlock&) = delete;
+
+  private:
+    sigset_t pipe_;
+    sigset_t previous_;
+    bool alreadyPending_ = false;
+};
 
 timeval to_timeval(std::chrono::microseconds span) {
     timeval tv{};
@@ -322,6 +355,7 @@ extern "C" StatusCode qxldap_fetch_crldp(SecurityContext* ctx, const char* url,
         qxu_print_trace(ctx, function_name, 5, "ldap: cannot parse %s (%d)\n", url, rc);
         return QXL_ERR_FETCH;
     }
+    const SigpipeBlock quiet; // outlives the session, whose end also writes
     Session session;
     StatusCode status = connect(ctx, url, *parsed.desc, settings, session);
     if (status == 0)
