@@ -140,6 +140,24 @@ QXCRL_API StatusCode qxcrl_LoadConcatCRL(CrlCacheOwner* owner, const char* path)
 QXCRL_API StatusCode qxcrl_FileForIssuer(SecurityContext* ctx, R_CERT_NAME* issuerName,
                                          void* unused, char* fileName);
 
+/*
+ * The CRL's DER into a new block *der (released with qxumfree) of *derLength
+ * bytes; both change only on success.
+ */
+QXCRL_API StatusCode qxcrl_GetDER(SecurityContext* ctx, CrlObject* crl, unsigned char** der,
+                                  uint32_t* derLength);
+
+/*
+ * The issuer name of a CRL, or of a certificate, as a new name object for
+ * qxcrl_FileForIssuer, released with qxcrl_FreeName.
+ */
+QXCRL_API StatusCode qxcrl_GetIssuerName(SecurityContext* ctx, CrlObject* crl, R_CERT_NAME** name);
+QXCRL_API StatusCode qxcrl_GetCertIssuerName(SecurityContext* ctx, CertificateRecord* cert,
+                                             R_CERT_NAME** name);
+
+/* Releases *name and sets it to NULL; NULL is ignored. */
+QXCRL_API void qxcrl_FreeName(R_CERT_NAME** name);
+
 /* ------------------------------------------- inspection and validation */
 
 /* Reads one item of crl into out; see CrlDetailItem for the form of out. */

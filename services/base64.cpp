@@ -11,6 +11,7 @@
 // groups and decodes to zero bytes; the encoder writes such a body for zero
 // bytes, and a DER decoder refuses the empty block anyway.
 #include <cstdint>
+#include <initializer_list>
 
 #include "qxlayer.h"
 
@@ -33,8 +34,9 @@ struct DecodeTable {
             v = bad;
         for (uint8_t digit = 0; digit < 64; ++digit)
             value[static_cast<unsigned char>(alphabet[digit])] = digit;
-        value['\n'] = value['\r'] = value[' '] = value['\t'] = skip;
-        value['='] = pad;
+        for (const unsigned char space : {'\n', '\r', ' ', '\t'})
+            value[space] = skip;
+        value[static_cast<unsigned char>('=')] = pad;
     }
 };
 

@@ -1,0 +1,407 @@
+// Each operation beside the same work done with raw OpenSSL calls, in one
+// binary and one run, so that the ratio between the two can be read off:
+// decoding DER and loading PEM files of 1k to 1M entries, lookups in a CRL of
+// a million entries, cached lookups among 1 to 1,000 CRLs, verifying the
+// signature of a 100k-entry CRL, and creating a CRL with 1,000 revocations.
+// Names end in /qxcrl or /openssl; scripts/bench.sh pairs them up.
+#include <benchmark/benchmark.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "qxcrl.h"
+#include "test_pki.h"
+
+using namespace qxtest;
+
+namespace {
+
+struct Layer {
+    SecurityContext* ctx = nullptr;
+    Layer() {
+        if (qxlayer_create(nullptr, &ctx) != 0)
+            std::abort();
+    }
+    ~Layer() { qxlayer_destroy(&ctx); }
+};
+
+Layer& layer() {
+    static Layer instance;
+    return instance;
+}
+
+Bytes serial_of(uint32_t n) {
+    return {static_cast<unsigned char>(n >> 16), static_cast<unsigned char>(n >> 8),
+            static_cast<unsigned char>(n)};
+}
+
+// A CRL of the shared issuer with entries for serials 1..entries, as DER and
+// as a PEM file; made once per size.
+struct CrlOfSize {
+    Bytes der;
+    std::string pemPath;
+};
+
+const CrlOfSize& crl_of_size(uint32_t entries) {
+    static std::map<uint32_t, CrlOfSize> made;
+    auto found = made.find(entries);
+    if (found != made.end())
+        return found->second;
+    CrlOptions recipe;
+    recipe.revoked.reserve(entries);
+    for (uint32_t n = 1; n <= entries; ++n)
+        recipe.revoked.push_back(revoked_serial(serial_of(n)));
+    CrlOfSize crl;
+    crl.der = make_crl(shared_issuer(KeyKind::EcP256), recipe);
+    crl.pemPath = (std::filesystem::temp_directory_path() /
+                   ("qxcrl-bench-" + std::to_string(entries) + ".pem"))
+                      .string();
+    const unsigned char* cursor = crl.der.data();
+    X509_CRL* x509 = d2i_X509_CRL(nullptr, &cursor, static_cast<long>(crl.der.size()));
+    FILE* out = std::fopen(crl.pemPath.c_str(), "w");
+    if (x509 == nullptr || out == nullptr || PEM_write_X509_CRL(out, x509) != 1)
+        std::abort();
+    std::fclose(out);
+    X509_CRL_free(x509);
+    return made.emplace(entries, std::move(crl)).first->second;
+}
+
+CertificateRecord* record_of(const Issuer& issuer, const Bytes& serial) {
+    LeafOptions options;
+    options.serial = serial;
+    const Bytes der = cert_der(make_leaf(issuer, options).get());
+    CertificateRecord* record = nullptr;
+    if (qxcert_from_bytes(layer().ctx, der.data(), static_cast<uint32_t>(der.size()), &record) != 0)
+        std::abort();
+    return record;
+}
+
+const std::vector<uint32_t> sizes = {1000, 10000, 100000, 1000000};
+
+// ---------------------------------------------------------------- decode DER
+
+void BM_DecodeDer_qxcrl(benchmark::State& state) {
+    const Bytes& der = crl_of_size(static_cast<uint32_t>(state.range(0))).der;
+    for (auto _ : state) {
+        CrlObject* crl = nullptr;
+        if (qxcrl_CreateCtx(layer().ctx, &crl, der.data(), static_cast<uint32_t>(der.size())) != 0)
+            state.SkipWithError("decode failed");
+        qxcrl_Destroy(layer().ctx, &crl);
+    }
+}
+
+void BM_DecodeDer_openssl(benchmark::State& state) {
+    const Bytes& der = crl_of_size(static_cast<uint32_t>(state.range(0))).der;
+    for (auto _ : state) {
+        const unsigned char* cursor = der.data();
+        X509_CRL* crl = d2i_X509_CRL(nullptr, &cursor, static_cast<long>(der.size()));
+        if (crl == nullptr)
+            state.SkipWithError("decode failed");
+        X509_CRL_free(crl);
+    }
+}
+
+// ----------------------------------------------------------- load PEM files
+
+void BM_LoadPemFile_qxcrl(benchmark::State& state) {
+    const std::string& path = crl_of_size(static_cast<uint32_t>(state.range(0))).pemPath;
+    for (auto _ : state) {
+        CrlObject* crl = nullptr;
+        if (qxcrl_Load(layer().ctx, &crl, path.c_str()) != 0)
+            state.SkipWithError("load failed");
+        qxcrl_Destroy(layer().ctx, &crl);
+    }
+}
+
+void BM_LoadPemFile_openssl(benchmark::State& state) {
+    const std::string& path = crl_of_size(static_cast<uint32_t>(state.range(0))).pemPath;
+    for (auto _ : state) {
+        BIO* file = BIO_new_file(path.c_str(), "r");
+        X509_CRL* crl = PEM_read_bio_X509_CRL(file, nullptr, nullptr, nullptr);
+        if (crl == nullptr)
+            state.SkipWithError("load failed");
+        X509_CRL_free(crl);
+        BIO_free(file);
+    }
+}
+
+// ---------------------------------------------- lookups in a million entries
+
+struct Million {
+    CrlObject* crl = nullptr;
+    X509_CRL* raw = nullptr;
+    CertificateRecord* listed = nullptr;
+    CertificateRecord* unlisted = nullptr;
+    Cert listedCert;
+    Cert unlistedCert;
+
+    Million() {
+        const Bytes& der = crl_of_size(1000000).der;
+        if (qxcrl_CreateCtx(layer().ctx, &crl, der.data(), static_cast<uint32_t>(der.size())) != 0)
+            std::abort();
+        const unsigned char* cursor = der.data();
+        raw = d2i_X509_CRL(nullptr, &cursor, static_cast<long>(der.size()));
+        const Issuer& issuer = shared_issuer(KeyKind::EcP256);
+        LeafOptions options;
+        options.serial = serial_of(500000);
+        listedCert = make_leaf(issuer, options);
+        options.serial = {0x20, 0x00, 0x00, 0x01};
+        unlistedCert = make_leaf(issuer, options);
+        listed = record_of(issuer, serial_of(500000));
+        unlisted = record_of(issuer, {0x20, 0x00, 0x00, 0x01});
+        // Both sort their entries on the first lookup; measured are the rest.
+        CertRevocationStatus status = 0;
+        qxcrl_CheckCertStatus(layer().ctx, crl, listed, &status);
+        X509_REVOKED* found = nullptr;
+        X509_CRL_get0_by_cert(raw, &found, listedCert.get());
+    }
+};
+
+Million& million() {
+    static Million instance;
+    return instance;
+}
+
+void BM_MillionLookup_qxcrl(benchmark::State& state) {
+    Million& m = million();
+    const bool hit = state.range(0) == 1;
+    CertificateRecord* cert = hit ? m.listed : m.unlisted;
+    for (auto _ : state) {
+        CertRevocationStatus status = 0;
+        if (qxcrl_CheckCertStatus(layer().ctx, m.crl, cert, &status) != 0 ||
+            status != (hit ? QXCRL_CERT_REVOKED : QXCRL_CERT_VALID))
+            state.SkipWithError("wrong answer");
+    }
+}
+
+void BM_MillionLookup_openssl(benchmark::State& state) {
+    Million& m = million();
+    const bool hit = state.range(0) == 1;
+    X509* cert = hit ? m.listedCert.get() : m.unlistedCert.get();
+    for (auto _ : state) {
+        X509_REVOKED* found = nullptr;
+        // The same checks: the CRL is the certificate's issuer's, the serial
+        // is listed, and the revocation date has passed.
+        const bool sameIssuer =
+            X509_NAME_cmp(X509_CRL_get_issuer(m.raw), X509_get_issuer_name(cert)) == 0;
+        const bool revoked = sameIssuer && X509_CRL_get0_by_cert(m.raw, &found, cert) == 1 &&
+                             X509_cmp_current_time(X509_REVOKED_get0_revocationDate(found)) < 0;
+        if (revoked != hit)
+            state.SkipWithError("wrong answer");
+    }
+}
+
+// ------------------------------------------------------------ cached lookups
+
+struct ManyIssuers {
+    CrlCacheOwner* owner = nullptr;
+    std::vector<std::pair<std::vector<unsigned char>, X509_CRL*>> raw; // issuer DER, CRL
+    CertificateRecord* record = nullptr; // of the issuer cached last (the head)
+    Cert cert;
+
+    explicit ManyIssuers(int count) {
+        if (qxcrl_CreateCacheOwner(layer().ctx, UINT32_MAX, &owner) != 0)
+            std::abort();
+        std::vector<Issuer> issuers;
+        for (int i = 0; i < count; ++i) {
+            IssuerOptions options;
+            options.commonName = "Compare CA " + std::to_string(i);
+            issuers.push_back(make_issuer(options));
+            CrlOptions recipe;
+            recipe.revoked = {revoked_serial({0x66})};
+            const Bytes der = make_crl(issuers.back(), recipe);
+            CrlObject* crl = nullptr;
+            if (qxcrl_CreateCtx(layer().ctx, &crl, der.data(), static_cast<uint32_t>(der.size())) !=
+                    0 ||
+                qxcrl_AddCacheEntry(crl, owner->crlCache) != 0)
+                std::abort();
+            const unsigned char* cursor = der.data();
+            X509_CRL* x509 = d2i_X509_CRL(nullptr, &cursor, static_cast<long>(der.size()));
+            const unsigned char* name = nullptr;
+            size_t length = 0;
+            X509_NAME_get0_der(X509_CRL_get_issuer(x509), &name, &length);
+            // Newest first, as the cache holds them.
+            raw.insert(raw.begin(), {std::vector<unsigned char>(name, name + length), x509});
+        }
+        LeafOptions options;
+        options.serial = {0x01};
+        cert = make_leaf(issuers.back(), options);
+        record = record_of(issuers.back(), {0x01});
+    }
+};
+
+ManyIssuers& many(int count) {
+    static std::map<int, std::unique_ptr<ManyIssuers>> made;
+    auto& slot = made[count];
+    if (!slot)
+        slot = std::make_unique<ManyIssuers>(count);
+    return *slot;
+}
+
+void BM_CachedLookup_qxcrl(benchmark::State& state) {
+    ManyIssuers& cache = many(static_cast<int>(state.range(0)));
+    for (auto _ : state) {
+        CertRevocationStatus status = 0;
+        if (qxcrl_GetCertStatusFromCache(cache.record, cache.owner->crlCache, &status) != 0 ||
+            status != QXCRL_CERT_VALID)
+            state.SkipWithError("wrong answer");
+    }
+}
+
+void BM_CachedLookup_openssl(benchmark::State& state) {
+    ManyIssuers& cache = many(static_cast<int>(state.range(0)));
+    for (auto _ : state) {
+        const unsigned char* name = nullptr;
+        size_t length = 0;
+        X509_NAME_get0_der(X509_get_issuer_name(cache.cert.get()), &name, &length);
+        X509_CRL* match = nullptr;
+        for (auto& [issuer, crl] : cache.raw) {
+            if (issuer.size() == length && std::equal(issuer.begin(), issuer.end(), name)) {
+                match = crl;
+                break;
+            }
+        }
+        X509_REVOKED* found = nullptr;
+        if (match == nullptr || X509_cmp_current_time(X509_CRL_get0_nextUpdate(match)) <= 0 ||
+            X509_CRL_get0_by_cert(match, &found, cache.cert.get()) == 1)
+            state.SkipWithError("wrong answer");
+    }
+}
+
+// -------------------------------------------------- verification of 100k entries
+
+void BM_Verify100k_qxcrl(benchmark::State& state) {
+    const Bytes& der = crl_of_size(100000).der;
+    CrlObject* crl = nullptr;
+    qxcrl_CreateCtx(layer().ctx, &crl, der.data(), static_cast<uint32_t>(der.size()));
+    static CertificateRecord* issuer = nullptr;
+    if (issuer == nullptr) {
+        const Bytes cert = cert_der(shared_issuer(KeyKind::EcP256).cert.get());
+        qxcert_from_bytes(layer().ctx, cert.data(), static_cast<uint32_t>(cert.size()), &issuer);
+    }
+    for (auto _ : state) {
+        CrlValidity validity = 0;
+        if (qxcrl_VerifyCRL(layer().ctx, crl, issuer, &validity) != 0)
+            state.SkipWithError("verify failed");
+    }
+    qxcrl_Destroy(layer().ctx, &crl);
+}
+
+void BM_Verify100k_openssl(benchmark::State& state) {
+    const Bytes& der = crl_of_size(100000).der;
+    const unsigned char* cursor = der.data();
+    X509_CRL* crl = d2i_X509_CRL(nullptr, &cursor, static_cast<long>(der.size()));
+    EVP_PKEY* key = X509_get0_pubkey(shared_issuer(KeyKind::EcP256).cert.get());
+    for (auto _ : state) {
+        if (X509_CRL_verify(crl, key) != 1 ||
+            X509_cmp_current_time(X509_CRL_get0_nextUpdate(crl)) <= 0)
+            state.SkipWithError("verify failed");
+    }
+    X509_CRL_free(crl);
+}
+
+// -------------------------------------------- create and revoke one by one
+
+struct Authoring {
+    CertificateRecord* issuer = nullptr;
+    QxPrivateKey* key = nullptr;
+    std::vector<CertificateRecord*> leaves;
+    std::vector<Cert> leafCerts;
+
+    Authoring() {
+        const Issuer& ca = shared_issuer(KeyKind::EcP256);
+        const Bytes cert = cert_der(ca.cert.get());
+        unsigned char* der = nullptr;
+        const int length = i2d_PrivateKey(ca.key.get(), &der);
+        if (qxcert_from_bytes(layer().ctx, cert.data(), static_cast<uint32_t>(cert.size()),
+                              &issuer) != 0 ||
+            qxdk_key_from_bytes(layer().ctx, der, static_cast<uint32_t>(length), nullptr, &key) !=
+                0)
+            std::abort();
+        OPENSSL_free(der);
+        for (uint32_t i = 0; i < 1000; ++i) {
+            LeafOptions options;
+            options.serial = serial_of(0x10000 + i);
+            leafCerts.push_back(make_leaf(ca, options));
+            leaves.push_back(record_of(ca, options.serial));
+        }
+    }
+};
+
+Authoring& authoring() {
+    static Authoring instance;
+    return instance;
+}
+
+void BM_CreateAndRevoke1000_qxcrl(benchmark::State& state) {
+    Authoring& a = authoring();
+    for (auto _ : state) {
+        CrlObject* crl = nullptr;
+        if (qxcrl_Create(layer().ctx, &crl, a.key, a.issuer, "7d", QX_SIG_ECDSA_SHA256) != 0)
+            state.SkipWithError("create failed");
+        for (CertificateRecord* leaf : a.leaves) {
+            if (qxcrl_RevokeCert(layer().ctx, crl, a.key, a.issuer, leaf, QX_SIG_ECDSA_SHA256) != 0)
+                state.SkipWithError("revoke failed");
+        }
+        qxcrl_Destroy(layer().ctx, &crl);
+    }
+}
+
+// The same work in OpenSSL: each revocation adds an entry and signs again.
+void BM_CreateAndRevoke1000_openssl(benchmark::State& state) {
+    Authoring& a = authoring();
+    const Issuer& ca = shared_issuer(KeyKind::EcP256);
+    for (auto _ : state) {
+        X509_CRL* crl = X509_CRL_new();
+        X509_CRL_set_version(crl, X509_CRL_VERSION_2);
+        X509_CRL_set_issuer_name(crl, X509_get_subject_name(ca.cert.get()));
+        ASN1_TIME* now = X509_gmtime_adj(nullptr, 0);
+        ASN1_TIME* next = X509_gmtime_adj(nullptr, 7 * 86400);
+        X509_CRL_set1_lastUpdate(crl, now);
+        X509_CRL_set1_nextUpdate(crl, next);
+        X509_CRL_sign(crl, ca.key.get(), EVP_sha256());
+        for (const Cert& leaf : a.leafCerts) {
+            X509_REVOKED* entry = X509_REVOKED_new();
+            X509_REVOKED_set_serialNumber(entry, X509_get_serialNumber(leaf.get()));
+            X509_REVOKED_set_revocationDate(entry, now);
+            X509_CRL_add0_revoked(crl, entry);
+            X509_CRL_sort(crl);
+            if (X509_CRL_sign(crl, ca.key.get(), EVP_sha256()) <= 0)
+                state.SkipWithError("sign failed");
+        }
+        ASN1_TIME_free(now);
+        ASN1_TIME_free(next);
+        X509_CRL_free(crl);
+    }
+}
+
+void sized(benchmark::internal::Benchmark* b) {
+    for (uint32_t size : sizes)
+        b->Arg(size);
+    b->Unit(benchmark::kMillisecond);
+}
+
+BENCHMARK(BM_DecodeDer_qxcrl)->Apply(sized);
+BENCHMARK(BM_DecodeDer_openssl)->Apply(sized);
+BENCHMARK(BM_LoadPemFile_qxcrl)->Apply(sized);
+BENCHMARK(BM_LoadPemFile_openssl)->Apply(sized);
+BENCHMARK(BM_MillionLookup_qxcrl)->ArgName("hit")->Arg(1)->Arg(0)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_MillionLookup_openssl)->ArgName("hit")->Arg(1)->Arg(0)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_CachedLookup_qxcrl)->Arg(1)->Arg(100)->Arg(1000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_CachedLookup_openssl)->Arg(1)->Arg(100)->Arg(1000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Verify100k_qxcrl)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Verify100k_openssl)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CreateAndRevoke1000_qxcrl)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_CreateAndRevoke1000_openssl)->Unit(benchmark::kMillisecond)->Iterations(1);
+
+} // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,161 @@
+// qxcrl create, revoke and next-update: the certificate authority's side.
+#include <cstdio>
+#include <string>
+
+#include "commands.h"
+#include "errors.h"
+#include "session.h"
+
+namespace qxcli {
+
+namespace {
+
+constexpr char create_usage[] = "qxcrl create --issuer CERT --key KEY [--pass PASS] "
+                                "--next-update DURATION [--sig-type N] --out FILE [--der]";
+constexpr char revoke_usage[] = "qxcrl revoke CRL --issuer CERT --key KEY [--pass PASS] "
+                                "--cert CERT [--cert CERT ...] [--sig-type N] [--out FILE] [--der]";
+constexpr char next_update_usage[] = "qxcrl next-update CRL --issuer CERT --key KEY [--pass PASS] "
+                                     "--next-update DURATION [--out FILE] [--der]";
+
+// The issuer's certificate and key every authoring command starts from.
+struct Authority {
+    explicit Authority(SecurityContext* ctx) : issuer(ctx), key(ctx) {}
+    Certificate issuer;
+    Key key;
+};
+
+int load_authority(Session& session, const Arguments& arguments, Authority& authority) {
+    if (const int failed = load_cert(session, *arguments.value("--issuer"), authority.issuer))
+        return failed;
+    return load_key(session, *arguments.value("--key"), arguments.value("--pass"), authority.key);
+}
+
+// --sig-type when given (0 and false on a bad one), else fallback.
+bool signature_type(const Arguments& arguments, uint32_t fallback, uint32_t* type) {
+    const auto text = arguments.value("--sig-type");
+    if (!text) {
+        *type = fallback;
+        return true;
+    }
+    const auto number = parse_number(*text);
+    *type = number.value_or(0);
+    return number.has_value();
+}
+
+bool print_help(const Arguments& arguments, const char* usage, const char* what) {
+    if (!arguments.help())
+        return false;
+    std::printf("usage: %s\n%s\n", usage, what);
+    return true;
+}
+
+} // namespace
+
+int create_command(int argc, char** argv) {
+    const Arguments arguments(
+        argc, argv, 2,
+        {{"--issuer", "--key", "--pass", "--next-update", "--sig-type", "--out"}, {"--der"}});
+    if (print_help(arguments, create_usage,
+                   "Makes an empty CRL signed by the issuer's key. The signature type defaults "
+                   "to the key's (RSA 6, EC 9, Ed25519 12)."))
+        return 0;
+    if (!arguments.error().empty())
+        return usage_error(arguments.error(), create_usage);
+    if (!arguments.positionals().empty() || !arguments.has("--issuer") || !arguments.has("--key") ||
+        !arguments.has("--next-update") || !arguments.has("--out"))
+        return usage_error("create needs --issuer, --key, --next-update and --out", create_usage);
+    Session session;
+    if (const uint32_t status = session.open(arguments))
+        return report("making the layer", status);
+    Authority authority(session.ctx());
+    if (const int failed = load_authority(session, arguments, authority))
+        return failed;
+    uint32_t type = 0;
+    if (!signature_type(arguments, default_signature_type(authority.key.key), &type))
+        return usage_error("--sig-type needs a number", create_usage);
+    Crl crl(session.ctx());
+    const uint32_t status =
+        qxcrl_Create(session.ctx(), &crl.object, authority.key.key, authority.issuer.record,
+                     arguments.value("--next-update")->c_str(), type);
+    if (status != 0)
+        return report("creating the CRL", status);
+    return write_crl(session, crl.object, *arguments.value("--out"), arguments.has("--der"));
+}
+
+int revoke_command(int argc, char** argv) {
+    const Arguments arguments(
+        argc, argv, 2,
+        {{"--issuer", "--key", "--pass", "--cert", "--sig-type", "--out"}, {"--der"}});
+    if (print_help(arguments, revoke_usage,
+                   "Adds an entry for each certificate and signs again; without --out the CRL "
+                   "file is replaced."))
+        return 0;
+    if (!arguments.error().empty())
+        return usage_error(arguments.error(), revoke_usage);
+    if (arguments.positionals().size() != 1 || !arguments.has("--issuer") ||
+        !arguments.has("--key") || !arguments.has("--cert"))
+        return usage_error("revoke needs one CRL file, --issuer, --key and --cert", revoke_usage);
+    const std::string& path = arguments.positionals()[0];
+    Session session;
+    if (const uint32_t status = session.open(arguments))
+        return report("making the layer", status);
+    Crl crl(session.ctx());
+    if (const int failed = load_crl(session, path, crl))
+        return failed;
+    Authority authority(session.ctx());
+    if (const int failed = load_authority(session, arguments, authority))
+        return failed;
+    // Without --sig-type the CRL keeps signing as it was signed.
+    uint32_t own = 0;
+    if (const uint32_t status =
+            qxcrl_GetDetails(session.ctx(), crl.object, QXCRL_DETAIL_SIGNATURE_TYPE, 0, &own))
+        return report("reading the signature type of " + path, status);
+    uint32_t type = 0;
+    if (!signature_type(arguments, own, &type))
+        return usage_error("--sig-type needs a number", revoke_usage);
+    for (const std::string& certPath : arguments.values("--cert")) {
+        Certificate revoked(session.ctx());
+        if (const int failed = load_cert(session, certPath, revoked))
+            return failed;
+        const uint32_t status = qxcrl_RevokeCert(session.ctx(), crl.object, authority.key.key,
+                                                 authority.issuer.record, revoked.record, type);
+        if (status != 0)
+            return report("revoking " + certPath, status);
+    }
+    return write_crl(session, crl.object, arguments.value("--out").value_or(path),
+                     arguments.has("--der"));
+}
+
+int next_update_command(int argc, char** argv) {
+    const Arguments arguments(
+        argc, argv, 2, {{"--issuer", "--key", "--pass", "--next-update", "--out"}, {"--der"}});
+    if (print_help(arguments, next_update_usage,
+                   "Moves the next update to now plus DURATION (\"7d\", \"1d12h\", \"3600\") and "
+                   "signs again; without --out the CRL file is replaced."))
+        return 0;
+    if (!arguments.error().empty())
+        return usage_error(arguments.error(), next_update_usage);
+    if (arguments.positionals().size() != 1 || !arguments.has("--issuer") ||
+        !arguments.has("--key") || !arguments.has("--next-update"))
+        return usage_error("next-update needs one CRL file, --issuer, --key and --next-update",
+                           next_update_usage);
+    const std::string& path = arguments.positionals()[0];
+    Session session;
+    if (const uint32_t status = session.open(arguments))
+        return report("making the layer", status);
+    Crl crl(session.ctx());
+    if (const int failed = load_crl(session, path, crl))
+        return failed;
+    Authority authority(session.ctx());
+    if (const int failed = load_authority(session, arguments, authority))
+        return failed;
+    const uint32_t status =
+        qxcrl_SetNextUpdate(session.ctx(), crl.object, authority.key.key, authority.issuer.record,
+                            arguments.value("--next-update")->c_str());
+    if (status != 0)
+        return report("moving the next update", status);
+    return write_crl(session, crl.object, arguments.value("--out").value_or(path),
+                     arguments.has("--der"));
+}
+
+} // namespace qxcli

@@ -1,0 +1,165 @@
+// qxcrl verify: a CRL's signature and currency against its issuer.
+// qxcrl status: a certificate's status from a cache of CRLs.
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "commands.h"
+#include "errors.h"
+#include "session.h"
+
+namespace qxcli {
+
+namespace {
+
+constexpr char verify_usage[] = "qxcrl verify CRL --issuer CERT [--trace LEVEL]";
+constexpr char status_usage[] = "qxcrl status --cert CERT --crl FILE [--crl FILE ...] "
+                                "[--issuer CERT] [--policy N] [--json] [--trace LEVEL]";
+
+uint32_t cached_count(const CrlCache* cache) {
+    uint32_t count = 0;
+    for (const CrlCacheEntry* entry = cache->head; entry != nullptr; entry = entry->next)
+        ++count;
+    return count;
+}
+
+// Adds every CRL of path to the cache: PEM files may hold several, and a
+// file the PEM reader finds nothing in is read once more as one DER CRL.
+int add_file(Session& session, CacheOwner& cache, const std::string& path) {
+    const uint32_t before = cached_count(cache.owner->crlCache);
+    const uint32_t status = qxcrl_LoadConcatCRL(cache.owner, path.c_str());
+    if (status == 0 && cached_count(cache.owner->crlCache) > before)
+        return 0;
+    if (status != 0 && status != QXERR_CRL_DECODE)
+        return report("loading " + path, status);
+    Crl crl(session.ctx());
+    if (const int failed = load_crl(session, path, crl))
+        return failed;
+    if (const uint32_t added = qxcrl_AddCacheEntry(crl.object, cache.owner->crlCache))
+        return report("caching " + path, added);
+    crl.object = nullptr; // the cache owns it now
+    return 0;
+}
+
+const char* status_word(uint32_t status) {
+    switch (status) {
+    case QXCRL_CERT_VALID:
+        return "valid";
+    case QXCRL_CERT_REVOKED:
+        return "revoked";
+    default:
+        return "unknown";
+    }
+}
+
+} // namespace
+
+int verify_command(int argc, char** argv) {
+    const Arguments arguments(argc, argv, 2, {{"--issuer"}, {}});
+    if (arguments.help()) {
+        std::printf("usage: %s\nPrints ok (exit 0), expired (exit 1) or bad-signature (exit 2).\n",
+                    verify_usage);
+        return 0;
+    }
+    if (!arguments.error().empty())
+        return usage_error(arguments.error(), verify_usage);
+    if (arguments.positionals().size() != 1 || !arguments.has("--issuer"))
+        return usage_error("verify needs one CRL file and --issuer", verify_usage);
+    Session session;
+    if (const uint32_t status = session.open(arguments))
+        return report("making the layer", status);
+    Crl crl(session.ctx());
+    Certificate issuer(session.ctx());
+    if (const int failed = load_crl(session, arguments.positionals()[0], crl))
+        return failed;
+    if (const int failed = load_cert(session, *arguments.value("--issuer"), issuer))
+        return failed;
+    CrlValidity validity = 0;
+    const uint32_t status = qxcrl_VerifyCRL(session.ctx(), crl.object, issuer.record, &validity);
+    switch (status) {
+    case 0:
+        std::puts("ok");
+        return 0;
+    case QXERR_CRL_EXPIRED:
+        std::puts("expired");
+        return 1;
+    case QXERR_CRL_SIGN:
+        std::puts("bad-signature");
+        return 2;
+    default:
+        return report("verifying " + arguments.positionals()[0], status);
+    }
+}
+
+int status_command(int argc, char** argv) {
+    const Arguments arguments(argc, argv, 2,
+                              {{"--cert", "--crl", "--issuer", "--policy"}, {"--json"}});
+    if (arguments.help()) {
+        std::printf("usage: %s\nPrints valid (exit 0), revoked (exit 1) or unknown (exit 2).\n",
+                    status_usage);
+        return 0;
+    }
+    if (!arguments.error().empty())
+        return usage_error(arguments.error(), status_usage);
+    if (!arguments.positionals().empty() || !arguments.has("--cert") || !arguments.has("--crl"))
+        return usage_error("status needs --cert and at least one --crl", status_usage);
+    uint32_t policy = 0;
+    if (const auto text = arguments.value("--policy")) {
+        const auto number = parse_number(*text);
+        if (!number)
+            return usage_error("--policy needs a number", status_usage);
+        policy = *number;
+    }
+    Session session;
+    if (const uint32_t status = session.open(arguments, "qxstore.db", policy))
+        return report("making the layer", status);
+    Certificate cert(session.ctx());
+    if (const int failed = load_cert(session, *arguments.value("--cert"), cert))
+        return failed;
+    CacheOwner cache;
+    if (const uint32_t status = qxcrl_CreateCacheOwner(session.ctx(), cache_capacity, &cache.owner))
+        return report("making the cache", status);
+    for (const std::string& path : arguments.values("--crl"))
+        if (const int failed = add_file(session, cache, path))
+            return failed;
+
+    if (const auto issuerPath = arguments.value("--issuer")) {
+        Certificate issuer(session.ctx());
+        if (const int failed = load_cert(session, *issuerPath, issuer))
+            return failed;
+        // Signatures only, of the CRLs this issuer issued: an expired CRL is for the
+        // lookup and the policy to judge.
+        for (CrlCacheEntry* entry = cache.owner->crlCache->head; entry != nullptr;
+             entry = entry->next) {
+            char crlIssuer[1025] = {};
+            if (const uint32_t read = qxcrl_GetDetails(session.ctx(), entry->crlObject,
+                                                       QXCRL_DETAIL_ISSUER_NAME, 0, crlIssuer))
+                return report("reading a CRL's issuer", read);
+            if (std::strcmp(crlIssuer, issuer.record->subjectText->data) != 0)
+                continue;
+            CrlValidity validity = 0;
+            const uint32_t checked =
+                qxcrl_VerifyCRL(session.ctx(), entry->crlObject, issuer.record, &validity);
+            if (checked != 0 && checked != QXERR_CRL_EXPIRED)
+                return report("verifying a CRL against " + *issuerPath, checked);
+        }
+    }
+
+    CertRevocationStatus answer = QXCRL_CERT_UNKNOWN;
+    const uint32_t looked =
+        qxcrl_GetCertStatusFromCache(cert.record, cache.owner->crlCache, &answer);
+    if (looked == QXERR_CRL_EXPIRED) {
+        std::fprintf(stderr, "qxcrl: note: the issuer's CRL has expired (--policy 3 or 4 lets it "
+                             "answer)\n");
+        answer = QXCRL_CERT_UNKNOWN;
+    } else if (looked != 0) {
+        return report("looking up the certificate", looked);
+    }
+    if (arguments.has("--json"))
+        std::printf("{\"status\":\"%s\"}\n", status_word(answer));
+    else
+        std::puts(status_word(answer));
+    return answer == QXCRL_CERT_VALID ? 0 : answer == QXCRL_CERT_REVOKED ? 1 : 2;
+}
+
+} // namespace qxcli

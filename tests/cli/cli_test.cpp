@@ -1,0 +1,314 @@
+// The qxcrl command run as a process: on a CA that `openssl ca` keeps, on
+// CRLs the command writes itself, and on the PKITS CRLs of the corpus.
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <sys/wait.h>
+
+#include <gtest/gtest.h>
+
+#include "files.h"
+
+using namespace qxtest;
+
+namespace {
+
+struct Result {
+    int exit = -1;
+    std::string out;
+    std::string err;
+};
+
+std::string slurp(const std::filesystem::path& path) {
+    const std::vector<unsigned char> bytes = read_file(path);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+// Runs `qxcrl ARGS` in dir (a shell fragment, already quoted).
+Result qxcrl(const std::filesystem::path& dir, const std::string& arguments) {
+    const std::string command =
+        "cd '" + dir.string() + "' && '" QXCRL_CLI "' " + arguments + " > cli.out 2> cli.err";
+    const int status = std::system(command.c_str());
+    Result result;
+    result.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.out = slurp(dir / "cli.out");
+    result.err = slurp(dir / "cli.err");
+    return result;
+}
+
+// A CA kept by `openssl ca`, with leaf 1000 revoked and leaf 1001 not, and
+// its CRL as crl.pem and crl.der.
+class CliTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        write_text(dir_ / "ca.cnf",
+                   "[ ca ]\ndefault_ca = test_ca\n"
+                   "[ test_ca ]\ndir = .\ndatabase = ./index.txt\n"
+                   "new_certs_dir = ./newcerts\ncertificate = ./ca.pem\n"
+                   "private_key = ./ca.key\nserial = ./serial\n"
+                   "crlnumber = ./crlnumber\ndefault_md = sha256\nunique_subject = no\n"
+                   "default_crl_days = 7\npolicy = policy_any\n"
+                   "[ policy_any ]\ncommonName = supplied\n"
+                   "[ crl_ext ]\nauthorityKeyIdentifier = keyid:always\n");
+        const std::string ec = "-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes";
+        ASSERT_EQ(
+            run_in(dir_.path(),
+                   "mkdir newcerts && touch index.txt && echo 2a > crlnumber && "
+                   "echo 1000 > serial && openssl req -x509 " +
+                       ec +
+                       " -keyout ca.key -out ca.pem -days 30 "
+                       "-subj '/CN=qxcrl \"CLI\" CA\\\\x/O=qxcrl tests' && "
+                       "openssl req -new " +
+                       ec +
+                       " -keyout leaf.key -out leaf.csr -subj /CN=leaf && "
+                       "openssl ca -batch -config ca.cnf -in leaf.csr -out revoked.pem -days 7 && "
+                       "openssl ca -batch -config ca.cnf -in leaf.csr -out good.pem -days 7 && "
+                       "openssl ca -config ca.cnf -revoke revoked.pem && "
+                       "openssl ca -config ca.cnf -gencrl -crlexts crl_ext -out crl.pem && "
+                       "openssl crl -in crl.pem -outform DER -out crl.der && "
+                       "openssl req -x509 " +
+                       ec +
+                       " -keyout other.key -out other.pem -days 30 -subj '/CN=qxcrl CLI CA' && "
+                       "openssl req -x509 " +
+                       ec +
+                       " -keyout impostor.key -out impostor.pem -days 30 "
+                       "-subj '/CN=qxcrl \"CLI\" CA\\\\x/O=qxcrl tests' && "
+                       // A revocation dated this very second does not count yet.
+                       "sleep 1"),
+            0)
+            << "see " << (dir_ / "log.txt");
+    }
+    Result run(const std::string& arguments) { return qxcrl(dir_.path(), arguments); }
+
+    TempDir dir_;
+};
+
+TEST_F(CliTest, ShowPrintsEveryFieldAsTextAndJson) {
+    for (const char* file : {"crl.pem", "crl.der"}) {
+        SCOPED_TRACE(file);
+        const Result text = run(std::string("show ") + file);
+        ASSERT_EQ(text.exit, 0) << text.err;
+        EXPECT_NE(text.out.find("version: 1\n"), std::string::npos) << text.out;
+        EXPECT_NE(text.out.find("signature type: 9 (ecdsa-with-SHA256)\n"), std::string::npos);
+        EXPECT_NE(text.out.find("CRL number: 42\n"), std::string::npos) << text.out;
+        EXPECT_NE(text.out.find("entries: 1\n  serial 1000 revoked "), std::string::npos);
+
+        const Result json = run(std::string("show --json ") + file);
+        ASSERT_EQ(json.exit, 0) << json.err;
+        // The issuer holds a quote and a backslash: both escaped.
+        EXPECT_NE(json.out.find(R"("issuer":"O=qxcrl tests,CN=qxcrl \\\"CLI\\\" CA\\\\x")"),
+                  std::string::npos)
+            << json.out;
+        EXPECT_NE(json.out.find("{\"version\":1,\"signatureType\":9,\"signatureAlgorithm\":"
+                                "\"ecdsa-with-SHA256\","),
+                  std::string::npos)
+            << json.out;
+        EXPECT_NE(json.out.find("\"crlNumber\":\"42\",\"entries\":[{\"serial\":\"1000\","
+                                "\"revocationDate\":\""),
+                  std::string::npos)
+            << json.out;
+        EXPECT_EQ(json.out.back(), '\n');
+        EXPECT_EQ(json.out.find('\n'), json.out.size() - 1);
+    }
+}
+
+TEST_F(CliTest, FailuresPrintOneErrorLineAndExit10) {
+    const Result notCrl = run("show ca.pem");
+    EXPECT_EQ(notCrl.exit, 10);
+    EXPECT_EQ(notCrl.err, "qxcrl: loading ca.pem: 28788 QXERR_CRL_DECODE\n");
+    const Result missing = run("verify crl.pem --issuer nowhere.pem");
+    EXPECT_EQ(missing.exit, 10);
+    EXPECT_EQ(missing.err, "qxcrl: loading nowhere.pem: 29390 QXL_ERR_FILE\n");
+    const Result badUsage = run("show");
+    EXPECT_EQ(badUsage.exit, 64);
+    EXPECT_NE(badUsage.err.find("usage: qxcrl show"), std::string::npos);
+}
+
+TEST_F(CliTest, HelpOnEveryCommand) {
+    const Result top = run("--help");
+    ASSERT_EQ(top.exit, 0);
+    for (const char* command : {"demo", "show", "verify", "status", "hash", "create", "revoke",
+                                "next-update", "fetch", "store", "stored"}) {
+        SCOPED_TRACE(command);
+        EXPECT_NE(top.out.find(std::string("  ") + command + " "), std::string::npos);
+        const Result help = run(std::string(command) + " --help");
+        EXPECT_EQ(help.exit, 0);
+        EXPECT_EQ(help.out.rfind(std::string("usage: qxcrl ") + command, 0), 0u) << help.out;
+    }
+}
+
+TEST_F(CliTest, VerifyAnswersOkExpiredOrBadSignature) {
+    Result result = run("verify crl.pem --issuer ca.pem");
+    EXPECT_EQ(result.exit, 0);
+    EXPECT_EQ(result.out, "ok\n");
+    result = run("verify crl.der --issuer other.pem");
+    EXPECT_EQ(result.exit, 2);
+    EXPECT_EQ(result.out, "bad-signature\n");
+    ASSERT_EQ(run("next-update crl.pem --issuer ca.pem --key ca.key --next-update now "
+                  "--out expired.pem")
+                  .exit,
+              0);
+    result = run("verify expired.pem --issuer ca.pem");
+    EXPECT_EQ(result.exit, 1);
+    EXPECT_EQ(result.out, "expired\n");
+}
+
+TEST_F(CliTest, StatusAnswersFromEveryCrlOfEveryFile) {
+    // A PEM file with two CRLs (another issuer's first) and a DER file.
+    ASSERT_EQ(
+        run("create --issuer other.pem --key other.key --next-update 1d --out other.crl").exit, 0);
+    write_text(dir_ / "both.pem", slurp(dir_ / "other.crl") + slurp(dir_ / "crl.pem"));
+    for (const char* crls : {"--crl both.pem", "--crl other.crl --crl crl.der"}) {
+        SCOPED_TRACE(crls);
+        Result result = run(std::string("status --cert revoked.pem ") + crls + " --issuer ca.pem");
+        EXPECT_EQ(result.exit, 1) << result.err;
+        EXPECT_EQ(result.out, "revoked\n");
+        result = run(std::string("status --cert good.pem --json ") + crls);
+        EXPECT_EQ(result.exit, 0) << result.err;
+        EXPECT_EQ(result.out, "{\"status\":\"valid\"}\n");
+    }
+    Result result = run("status --cert revoked.pem --crl other.crl");
+    EXPECT_EQ(result.exit, 2);
+    EXPECT_EQ(result.out, "unknown\n");
+    // A CRL of the issuer's name that its key did not sign is an error.
+    result = run("status --cert revoked.pem --crl crl.pem --issuer impostor.pem");
+    EXPECT_EQ(result.exit, 10);
+    EXPECT_NE(result.err.find(": 29176 QXERR_CRL_SIGN\n"), std::string::npos) << result.err;
+
+    // An expired CRL answers only under a tolerant policy.
+    ASSERT_EQ(run("next-update crl.pem --issuer ca.pem --key ca.key --next-update now "
+                  "--out expired.pem")
+                  .exit,
+              0);
+    result = run("status --cert revoked.pem --crl expired.pem --issuer ca.pem");
+    EXPECT_EQ(result.exit, 2);
+    EXPECT_EQ(result.out, "unknown\n");
+    EXPECT_NE(result.err.find("expired"), std::string::npos);
+    result = run("status --cert revoked.pem --crl expired.pem --policy 3");
+    EXPECT_EQ(result.exit, 1);
+    EXPECT_EQ(result.out, "revoked\n");
+}
+
+TEST_F(CliTest, HashNamesTheIssuerOfACrlOrACertificate) {
+    const Result fromCrl = run("hash crl.pem");
+    ASSERT_EQ(fromCrl.exit, 0) << fromCrl.err;
+    const Result fromCert = run("hash --cert good.pem");
+    ASSERT_EQ(fromCert.exit, 0) << fromCert.err;
+    EXPECT_EQ(fromCrl.out, fromCert.out);
+    EXPECT_EQ(fromCrl.out.size(), 12u) << fromCrl.out; // eight hex digits, ".rN", line feed
+    EXPECT_NE(run("hash --cert other.pem").out, fromCrl.out);
+}
+
+TEST_F(CliTest, AuthoringWritesCrlsOpensslAccepts) {
+    Result result = run("create --issuer ca.pem --key ca.key --next-update 7d --out new.der --der");
+    ASSERT_EQ(result.exit, 0) << result.err;
+    EXPECT_EQ(run_in(dir_.path(), "openssl crl -inform DER -in new.der -CAfile ca.pem -verify "
+                                  "-noout"),
+              0);
+    // Revoke without --out rewrites the file in place and keeps its signature type.
+    result = run("revoke new.der --issuer ca.pem --key ca.key --cert good.pem --cert revoked.pem");
+    ASSERT_EQ(result.exit, 0) << result.err;
+    EXPECT_EQ(slurp(dir_ / "new.der").rfind("-----BEGIN X509 CRL-----\n", 0), 0u);
+    result = run("show new.der");
+    EXPECT_NE(result.out.find("signature type: 9 "), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("  serial 1001 revoked "), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("  serial 1000 revoked "), std::string::npos) << result.out;
+    ASSERT_EQ(run_in(dir_.path(), "openssl crl -in new.der -CAfile ca.pem -verify -noout -text "
+                                  "> text.txt && ls -A > files.txt"),
+              0);
+    EXPECT_NE(slurp(dir_ / "text.txt").find("Serial Number: 1001"), std::string::npos);
+    EXPECT_EQ(slurp(dir_ / "files.txt").find(".qxcrl-"), std::string::npos); // no temporary left
+
+    // An explicit signature type, and a next update moved far out.
+    result = run("revoke crl.pem --issuer ca.pem --key ca.key --cert good.pem --sig-type 10 "
+                 "--out revoked384.pem");
+    ASSERT_EQ(result.exit, 0) << result.err;
+    EXPECT_NE(run("show revoked384.pem").out.find("signature type: 10 (ecdsa-with-SHA384)"),
+              std::string::npos);
+    result = run("next-update revoked384.pem --issuer ca.pem --key ca.key --next-update 400d");
+    ASSERT_EQ(result.exit, 0) << result.err;
+    EXPECT_EQ(run("verify revoked384.pem --issuer ca.pem").out, "ok\n");
+
+    result = run("create --issuer ca.pem --key ca.key --next-update soon --out bad.pem");
+    EXPECT_EQ(result.exit, 10);
+    EXPECT_EQ(result.err, "qxcrl: creating the CRL: 29360 QXL_ERR_INTERVAL\n");
+    EXPECT_FALSE(std::filesystem::exists(dir_ / "bad.pem"));
+}
+
+TEST_F(CliTest, StoreKeepsEveryVersion) {
+    ASSERT_EQ(run("store crl.pem --name ca --db s.db").exit, 0);
+    ASSERT_EQ(run("revoke crl.pem --issuer ca.pem --key ca.key --cert good.pem").exit, 0);
+    ASSERT_EQ(run("store crl.pem --name ca --db s.db").exit, 0);
+    Result result = run("stored ca --db s.db");
+    ASSERT_EQ(result.exit, 0) << result.err;
+    EXPECT_EQ(result.out, slurp(dir_ / "crl.pem"));
+    result = run("stored ca --db s.db --history");
+    ASSERT_EQ(result.exit, 0) << result.err;
+    EXPECT_EQ(result.out.rfind("# version 0\n", 0), 0u);
+    EXPECT_NE(result.out.find("# version 1\n"), std::string::npos);
+    EXPECT_EQ(result.out.find("# version 2\n"), std::string::npos);
+    result = run("stored nobody --db s.db");
+    EXPECT_EQ(result.exit, 10);
+    EXPECT_EQ(result.err, "qxcrl: reading nobody: 29370 QXL_ERR_STORE\n");
+}
+
+TEST_F(CliTest, FetchWithoutDistributionPointsFails) {
+    const Result result = run("fetch --cert good.pem");
+    EXPECT_EQ(result.exit, 10);
+    EXPECT_EQ(result.err.rfind("qxcrl: fetching the CRL of good.pem: ", 0), 0u) << result.err;
+}
+
+TEST_F(CliTest, TraceShowsTheLayersRecords) {
+    const Result quiet = run("show crl.pem");
+    const Result traced = run("show crl.pem --trace 5");
+    EXPECT_EQ(traced.out, quiet.out);
+    EXPECT_TRUE(quiet.err.empty()) << quiet.err;
+    EXPECT_FALSE(traced.err.empty());
+}
+
+TEST(CliDemo, RunsEveryStepInItsFolder) {
+    TempDir dir;
+    const Result result = qxcrl(dir.path(), "demo --dir demo");
+    ASSERT_EQ(result.exit, 0) << result.err;
+    for (const char* line : {"revoked leaf 1 (serial 1001)\n", "leaf 1: revoked\n",
+                             "leaf 2: valid\n", "verified the CRL against the CA: ok\n"})
+        EXPECT_NE(result.out.find(line), std::string::npos) << line << result.out;
+    EXPECT_TRUE(std::filesystem::exists(dir / "demo" / "qxstore.db"));
+    const Result hash = qxcrl(dir.path(), "hash demo/demo.crl.pem");
+    EXPECT_NE(result.out.find("issuer-hash file name: " + hash.out), std::string::npos);
+}
+
+TEST(CliPkits, AnswersTheCorpusCrls) {
+    const std::filesystem::path corpus = corpus_dir();
+    if (corpus.empty())
+        GTEST_SKIP() << "no test corpus";
+    const std::string crls = "'" + (corpus / "pkits" / "crls").string() + "/";
+    const std::string certs = "'" + (corpus / "pkits" / "certs").string() + "/";
+    TempDir dir;
+    Result result = qxcrl(dir.path(), "verify " + crls + "GoodCACRL.crl' --issuer " + certs +
+                                          "GoodCACert.crt'");
+    EXPECT_EQ(result.exit, 0) << result.err;
+    result = qxcrl(dir.path(), "verify " + crls + "BadCRLSignatureCACRL.crl' --issuer " + certs +
+                                   "BadCRLSignatureCACert.crt'");
+    EXPECT_EQ(result.out, "bad-signature\n");
+    EXPECT_EQ(result.exit, 2);
+    result = qxcrl(dir.path(), "status --cert " + certs + "InvalidRevokedEETest3EE.crt' --crl " +
+                                   crls + "GoodCACRL.crl' --issuer " + certs + "GoodCACert.crt'");
+    EXPECT_EQ(result.out, "revoked\n");
+    EXPECT_EQ(result.exit, 1);
+    result =
+        qxcrl(dir.path(), "status --cert " + certs + "ValidCertificatePathTest1EE.crt' --crl " +
+                              crls + "GoodCACRL.crl'");
+    EXPECT_EQ(result.out, "valid\n");
+    EXPECT_EQ(result.exit, 0);
+    result = qxcrl(dir.path(), "show --json " + crls + "GoodCACRL.crl'");
+    ASSERT_EQ(result.exit, 0) << result.err;
+    EXPECT_NE(result.out.find("\"issuer\":\"CN=Good CA,O=Test Certificates 2011,C=US\""),
+              std::string::npos)
+        << result.out;
+    EXPECT_NE(result.out.find("\"crlNumber\":\"1\""), std::string::npos) << result.out;
+}
+
+} // namespace
