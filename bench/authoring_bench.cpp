@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "bench_support.h"
 #include "qxcrl.h"
 #include "test_pki.h"
 
@@ -17,27 +18,11 @@ namespace {
 
 // A layer with the shared EC issuer as certificate record and key.
 struct Authority {
-    SecurityContext* ctx = nullptr;
-    CertificateRecord* issuer = nullptr;
-    QxPrivateKey* key = nullptr;
-
-    Authority() {
-        if (qxlayer_create(nullptr, &ctx) != 0)
-            std::abort();
-        const Issuer& ca = shared_issuer(KeyKind::EcP256);
-        const Bytes cert = cert_der(ca.cert.get());
-        unsigned char* der = nullptr;
-        const int length = i2d_PrivateKey(ca.key.get(), &der);
-        if (qxcert_from_bytes(ctx, cert.data(), static_cast<uint32_t>(cert.size()), &issuer) != 0 ||
-            qxdk_key_from_bytes(ctx, der, static_cast<uint32_t>(length), nullptr, &key) != 0)
-            std::abort();
-        OPENSSL_free(der);
-    }
-    ~Authority() {
-        qxdk_key_free(ctx, &key);
-        qxcert_free(ctx, &issuer);
-        qxlayer_destroy(&ctx);
-    }
+    qxbench::Layer layer;
+    SecurityContext* ctx = layer.ctx;
+    qxbench::Signer signer{ctx};
+    CertificateRecord* issuer = signer.issuer;
+    QxPrivateKey* key = signer.key;
 
     // A CRL of the shared issuer with entries revoked serials 1..entries.
     CrlObject* crl_of(uint32_t entries) {
@@ -77,11 +62,8 @@ void BM_Revoke1000Into10k(benchmark::State& state) {
     for (uint32_t i = 0; i < 1000; ++i) {
         LeafOptions options;
         options.serial = {0x7f, static_cast<unsigned char>(i >> 8), static_cast<unsigned char>(i)};
-        const Bytes der = cert_der(make_leaf(shared_issuer(KeyKind::EcP256), options).get());
-        CertificateRecord* leaf = nullptr;
-        if (qxcert_from_bytes(ca.ctx, der.data(), static_cast<uint32_t>(der.size()), &leaf) != 0)
-            std::abort();
-        leaves.push_back(leaf);
+        leaves.push_back(
+            qxbench::leaf_record(ca.ctx, shared_issuer(KeyKind::EcP256), options.serial));
     }
     for (auto _ : state) {
         state.PauseTiming();

@@ -7,31 +7,15 @@
 #include <memory>
 #include <vector>
 
+#include "bench_support.h"
 #include "qxcrl.h"
 #include "test_pki.h"
 
 using namespace qxtest;
+using qxbench::Layer;
+using qxbench::leaf_record;
 
 namespace {
-
-struct Layer {
-    SecurityContext* ctx = nullptr;
-    Layer() {
-        if (qxlayer_create(nullptr, &ctx) != 0)
-            std::abort();
-    }
-    ~Layer() { qxlayer_destroy(&ctx); }
-};
-
-CertificateRecord* record_of(SecurityContext* ctx, const Issuer& issuer, const Bytes& serial) {
-    LeafOptions options;
-    options.serial = serial;
-    const Bytes der = cert_der(make_leaf(issuer, options).get());
-    CertificateRecord* record = nullptr;
-    if (qxcert_from_bytes(ctx, der.data(), static_cast<uint32_t>(der.size()), &record) != 0)
-        std::abort();
-    return record;
-}
 
 void add(SecurityContext* ctx, CrlCacheOwner* owner, const Bytes& der) {
     CrlObject* crl = nullptr;
@@ -61,8 +45,8 @@ struct ManyIssuers {
             recipe.revoked = {revoked_serial({0x66})};
             add(layer.ctx, owner, make_crl(issuers[i], recipe));
         }
-        cached = record_of(layer.ctx, issuers[0], {0x01});
-        uncached = record_of(layer.ctx, issuers[count], {0x01});
+        cached = leaf_record(layer.ctx, issuers[0], {0x01});
+        uncached = leaf_record(layer.ctx, issuers[count], {0x01});
     }
     ~ManyIssuers() {
         qxcert_free(layer.ctx, &cached);
@@ -110,8 +94,8 @@ struct MillionEntries {
         if (qxcrl_CreateCacheOwner(layer.ctx, UINT32_MAX, &owner) != 0)
             std::abort();
         add(layer.ctx, owner, make_crl(issuer, recipe));
-        listed = record_of(layer.ctx, issuer, {0x07, 0xa1, 0x20}); // 500,000
-        unlisted = record_of(layer.ctx, issuer, {0x20, 0x00, 0x00, 0x01});
+        listed = leaf_record(layer.ctx, issuer, {0x07, 0xa1, 0x20}); // 500,000
+        unlisted = leaf_record(layer.ctx, issuer, {0x20, 0x00, 0x00, 0x01});
         // The first lookup sorts the entries once; the benchmark measures the rest.
         CertRevocationStatus status = 0;
         qxcrl_GetCertStatusFromCache(listed, owner->crlCache, &status);

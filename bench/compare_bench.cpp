@@ -17,21 +17,15 @@
 #include <string>
 #include <vector>
 
+#include "bench_support.h"
 #include "qxcrl.h"
 #include "test_pki.h"
 
 using namespace qxtest;
+using qxbench::Layer;
+using qxbench::leaf_record;
 
 namespace {
-
-struct Layer {
-    SecurityContext* ctx = nullptr;
-    Layer() {
-        if (qxlayer_create(nullptr, &ctx) != 0)
-            std::abort();
-    }
-    ~Layer() { qxlayer_destroy(&ctx); }
-};
 
 Layer& layer() {
     static Layer instance;
@@ -72,16 +66,6 @@ const CrlOfSize& crl_of_size(uint32_t entries) {
     std::fclose(out);
     X509_CRL_free(x509);
     return made.emplace(entries, std::move(crl)).first->second;
-}
-
-CertificateRecord* record_of(const Issuer& issuer, const Bytes& serial) {
-    LeafOptions options;
-    options.serial = serial;
-    const Bytes der = cert_der(make_leaf(issuer, options).get());
-    CertificateRecord* record = nullptr;
-    if (qxcert_from_bytes(layer().ctx, der.data(), static_cast<uint32_t>(der.size()), &record) != 0)
-        std::abort();
-    return record;
 }
 
 const std::vector<uint32_t> sizes = {1000, 10000, 100000, 1000000};
@@ -155,8 +139,8 @@ struct Million {
         listedCert = make_leaf(issuer, options);
         options.serial = {0x20, 0x00, 0x00, 0x01};
         unlistedCert = make_leaf(issuer, options);
-        listed = record_of(issuer, serial_of(500000));
-        unlisted = record_of(issuer, {0x20, 0x00, 0x00, 0x01});
+        listed = leaf_record(layer().ctx, issuer, serial_of(500000));
+        unlisted = leaf_record(layer().ctx, issuer, {0x20, 0x00, 0x00, 0x01});
         // Both sort their entries on the first lookup; measured are the rest.
         CertRevocationStatus status = 0;
         qxcrl_CheckCertStatus(layer().ctx, crl, listed, &status);
@@ -234,7 +218,7 @@ struct ManyIssuers {
         LeafOptions options;
         options.serial = {0x01};
         cert = make_leaf(issuers.back(), options);
-        record = record_of(issuers.back(), {0x01});
+        record = leaf_record(layer().ctx, issuers.back(), {0x01});
     }
 };
 
@@ -311,27 +295,19 @@ void BM_Verify100k_openssl(benchmark::State& state) {
 // -------------------------------------------- create and revoke one by one
 
 struct Authoring {
-    CertificateRecord* issuer = nullptr;
-    QxPrivateKey* key = nullptr;
+    qxbench::Signer signer{layer().ctx};
+    CertificateRecord* issuer = signer.issuer;
+    QxPrivateKey* key = signer.key;
     std::vector<CertificateRecord*> leaves;
     std::vector<Cert> leafCerts;
 
     Authoring() {
         const Issuer& ca = shared_issuer(KeyKind::EcP256);
-        const Bytes cert = cert_der(ca.cert.get());
-        unsigned char* der = nullptr;
-        const int length = i2d_PrivateKey(ca.key.get(), &der);
-        if (qxcert_from_bytes(layer().ctx, cert.data(), static_cast<uint32_t>(cert.size()),
-                              &issuer) != 0 ||
-            qxdk_key_from_bytes(layer().ctx, der, static_cast<uint32_t>(length), nullptr, &key) !=
-                0)
-            std::abort();
-        OPENSSL_free(der);
         for (uint32_t i = 0; i < 1000; ++i) {
             LeafOptions options;
             options.serial = serial_of(0x10000 + i);
             leafCerts.push_back(make_leaf(ca, options));
-            leaves.push_back(record_of(ca, options.serial));
+            leaves.push_back(leaf_record(layer().ctx, ca, options.serial));
         }
     }
 };

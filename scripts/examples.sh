@@ -87,15 +87,15 @@ run_examples() {
     expect 2 "" "$bin/check_crl" "$pki/valid.pem" "$pki/ca.key"
     expect 2 "" "$bin/check_crl" "$pki/valid.pem"
     local details
-    details=$("$bin/inspect_crl" "$pki/crl.der") || fail "inspect_crl failed"
+    details=$("$bin/crl_summary" "$pki/crl.der") || fail "crl_summary failed"
     grep -qx 'issuer: CN=Example CA,O=qxcrl examples' <<<"$details" ||
-        fail "inspect_crl: wrong issuer in: $details"
+        fail "crl_summary: wrong issuer in: $details"
     grep -qE '^thisUpdate: [0-9]{4}-[0-9]{2}-[0-9]{2}T' <<<"$details" ||
-        fail "inspect_crl: no thisUpdate in: $details"
+        fail "crl_summary: no thisUpdate in: $details"
     grep -qE '^nextUpdate: [0-9]{4}-[0-9]{2}-[0-9]{2}T' <<<"$details" ||
-        fail "inspect_crl: no nextUpdate in: $details"
-    grep -qx 'entries: 1' <<<"$details" || fail "inspect_crl: wrong entry count in: $details"
-    expect 1 "" "$bin/inspect_crl" "$pki/ca.pem"
+        fail "crl_summary: no nextUpdate in: $details"
+    grep -qx 'entries: 1' <<<"$details" || fail "crl_summary: wrong entry count in: $details"
+    expect 1 "" "$bin/crl_summary" "$pki/ca.pem"
 }
 
 export LD_LIBRARY_PATH="$prefix/lib${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}"

@@ -1,4 +1,4 @@
-// inspect_crl CRL: prints a CRL's issuer, dates and number of entries.
+// crl_summary CRL: prints a CRL's issuer, dates and number of entries.
 // The C API's records are held by RAII owners so that every exit path
 // releases them.
 #include <cstdint>
@@ -61,7 +61,7 @@ int main(int argc, char** argv) {
     }
     SecurityContext* made = nullptr;
     if (qxlayer_create(nullptr, &made) != 0) {
-        std::cerr << "inspect_crl: no layer instance\n";
+        std::cerr << "crl_summary: no layer instance\n";
         return 2;
     }
     Layer layer(made);
@@ -72,7 +72,7 @@ int main(int argc, char** argv) {
                   << "nextUpdate: " << crl.text(QXCRL_DETAIL_NEXT_UPDATE) << '\n'
                   << "entries: " << crl.word(QXCRL_DETAIL_ENTRY_COUNT) << '\n';
     } catch (const std::exception& error) {
-        std::cerr << "inspect_crl: " << error.what() << '\n';
+        std::cerr << "crl_summary: " << error.what() << '\n';
         return 1;
     }
     return 0;
