@@ -10,6 +10,8 @@
 #include <gtest/gtest.h>
 
 #include "files.h"
+#include "slapd.h"
+#include "test_pki.h"
 
 using namespace qxtest;
 
@@ -258,6 +260,26 @@ TEST_F(CliTest, FetchWithoutDistributionPointsFails) {
     const Result result = run("fetch --cert good.pem");
     EXPECT_EQ(result.exit, 10);
     EXPECT_EQ(result.err.rfind("qxcrl: fetching the CRL of good.pem: ", 0), 0u) << result.err;
+}
+
+// A certificate whose distribution point is a real directory on loopback:
+// the fetched CRL comes out as PEM holding the directory's DER exactly.
+TEST_F(CliTest, FetchFromADirectory) {
+    Slapd directory;
+    const Issuer& issuer = shared_issuer();
+    CrlOptions recipe;
+    recipe.revoked = {revoked_serial({0x42})};
+    const Bytes crl = make_crl(issuer, recipe);
+    const std::string dn = "ou=cli," + std::string(Slapd::suffix);
+    directory.add_crl_entry(dn, "pkiCA", {crl});
+    LeafOptions options;
+    options.distributionPoints = {{directory.url(dn, "certificateRevocationList;binary")}};
+    write_text(dir_ / "fetching.pem", cert_pem(make_leaf(issuer, options).get()));
+
+    const Result result = run("fetch --cert fetching.pem --out fetched.pem");
+    ASSERT_EQ(result.exit, 0) << result.err;
+    ASSERT_EQ(run_in(dir_.path(), "openssl crl -in fetched.pem -outform DER -out fetched.der"), 0);
+    EXPECT_EQ(read_file(dir_ / "fetched.der"), crl);
 }
 
 TEST_F(CliTest, TraceShowsTheLayersRecords) {
