@@ -49,7 +49,9 @@ done < <(find "$corpus/pkits/crls" "$corpus/edge" "$corpus/realworld" -type f \
     \( -name '*.crl' -o -name '*.der' -o -name '*.pem' \) -print0 | sort -z)
 
 # Several CRLs in one text, as a concatenated PEM file holds them.
-find "$out/pem_text" -type f | sort | head -3 | xargs cat >"$out/pem_text/concatenated"
+# (No `| head` here: with pipefail, the writer it cuts off would fail the script.)
+mapfile -t texts < <(find "$out/pem_text" -type f | sort)
+cat "${texts[@]:0:3}" >"$out/pem_text/concatenated"
 
 for target in der_details file_load pem_text base64; do
     echo "seed.sh: $target: $(find "$out/$target" -type f | wc -l) seeds"
