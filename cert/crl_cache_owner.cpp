@@ -15,6 +15,23 @@ struct OwnedCache {
 
 constexpr char component_name[] = "qxcrl cache";
 
+// The cache's add behind a check that the cache can compare the CRL's
+// issuer name: lookups and deletes by issuer stop at the first cached CRL
+// whose name does not fit their buffers, so one such CRL would make them
+// fail for every issuer.
+StatusCode add_comparable(CrlObject* crl, CrlCache* cache) {
+    if (crl != nullptr && crl->crl != nullptr && cache != nullptr && cache->owner != nullptr) {
+        SecurityContext* ctx = cache->owner->parent->securityContext;
+        // The text is what a delete compares; reading it also fits the DER
+        // into the 1,025 bytes a lookup compares.
+        char text[1025];
+        const StatusCode read = qxcrl_GetDetails(ctx, crl, QXCRL_DETAIL_ISSUER_NAME, 0, text);
+        if (read != 0)
+            return read == QXERR_TOOLKIT_FAILURE ? QXL_ERR_ISSUER_TOO_LONG : read;
+    }
+    return qxcrl_AddCacheEntry(crl, cache);
+}
+
 } // namespace
 
 extern "C" StatusCode qxcrl_CreateCacheOwner(SecurityContext* ctx, uint32_t capacity,
@@ -30,7 +47,7 @@ extern "C" StatusCode qxcrl_CreateCacheOwner(SecurityContext* ctx, uint32_t capa
     if (cache == nullptr)
         return result;
     made->parent = LayerComponent{component_name, nullptr, ctx};
-    made->owner = CrlCacheOwner{&made->parent, &qxcrl_AddCacheEntry, cache};
+    made->owner = CrlCacheOwner{&made->parent, &add_comparable, cache};
     *cache = CrlCache{capacity, 0, nullptr, nullptr, &made->owner};
     *owner = &made.release()->owner;
     return 0;

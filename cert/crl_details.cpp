@@ -33,10 +33,13 @@ StatusCode export_time(R_TIME* time, void* out) {
     return 0;
 }
 
-// Copies a toolkit item into the caller's detail buffer.
+// Copies a toolkit item into the caller's detail buffer. A non-zero length
+// on entry is the room at data: a serial or extension value is as long as
+// the CRL's author made it, so one longer than that room is refused rather
+// than written past it.
 StatusCode copy_item(const R_ITEM& item, void* out) {
     auto* buffer = static_cast<CrlDetailBuffer*>(out);
-    if (buffer->data == nullptr)
+    if (buffer->data == nullptr || (buffer->length != 0 && item.len > buffer->length))
         return QXERR_NO_OUTPUT_BUFFER;
     std::memcpy(buffer->data, item.data, item.len);
     buffer->length = item.len;

@@ -1,5 +1,6 @@
 // qxcrl create, revoke and next-update: the certificate authority's side.
 #include <cstdio>
+#include <ctime>
 #include <string>
 
 #include "commands.h"
@@ -42,6 +43,19 @@ bool signature_type(const Arguments& arguments, uint32_t fallback, uint32_t* typ
     return number.has_value();
 }
 
+// True when --next-update would put the next update after 9999-12-31, the
+// last day a CRL can carry: the library refuses such a time too, but only as
+// a toolkit failure. A duration the layer cannot read is left to the library.
+bool past_last_day(SecurityContext* ctx, const std::string& interval) {
+    constexpr uint64_t last = 253402300799; // 9999-12-31T23:59:59Z
+    QxString text{const_cast<char*>(interval.c_str()), static_cast<uint32_t>(interval.size())};
+    uint64_t seconds = 0;
+    if (interval == QX_STR_CURTIME || qxutmtts_tsecs(ctx, &text, &seconds) != 0)
+        return false;
+    const auto now = static_cast<uint64_t>(std::time(nullptr));
+    return seconds > last || now > last - seconds;
+}
+
 bool print_help(const Arguments& arguments, const char* usage, const char* what) {
     if (!arguments.help())
         return false;
@@ -67,6 +81,8 @@ int create_command(int argc, char** argv) {
     Session session;
     if (const uint32_t status = session.open(arguments))
         return report("making the layer", status);
+    if (past_last_day(session.ctx(), *arguments.value("--next-update")))
+        return usage_error("--next-update is past 9999-12-31", create_usage);
     Authority authority(session.ctx());
     if (const int failed = load_authority(session, arguments, authority))
         return failed;
@@ -143,6 +159,8 @@ int next_update_command(int argc, char** argv) {
     Session session;
     if (const uint32_t status = session.open(arguments))
         return report("making the layer", status);
+    if (past_last_day(session.ctx(), *arguments.value("--next-update")))
+        return usage_error("--next-update is past 9999-12-31", next_update_usage);
     Crl crl(session.ctx());
     if (const int failed = load_crl(session, path, crl))
         return failed;

@@ -47,9 +47,24 @@ std::string hex(const unsigned char* bytes, uint32_t length) {
 std::string crl_number_text(const unsigned char* der, uint32_t length) {
     const unsigned char* content = der;
     uint32_t contentLength = length;
-    if (length >= 2 && der[0] == 0x02 && der[1] < 0x80 && der[1] == length - 2) {
-        content = der + 2;
-        contentLength = der[1];
+    if (length >= 2 && der[0] == 0x02) {
+        // The length in short form, or in long form of up to four octets.
+        uint32_t header = 2;
+        uint64_t declared = der[1];
+        if ((der[1] & 0x80) != 0) {
+            const uint32_t octets = der[1] & 0x7fu;
+            declared = UINT64_MAX; // no length this header can state
+            if (octets >= 1 && octets <= 4 && length >= 2 + octets) {
+                header += octets;
+                declared = 0;
+                for (uint32_t i = 2; i < header; ++i)
+                    declared = declared << 8 | der[i];
+            }
+        }
+        if (declared == length - header) {
+            content = der + header;
+            contentLength = length - header;
+        }
     }
     while (contentLength > 1 && content[0] == 0) {
         ++content;
@@ -78,6 +93,22 @@ struct Details {
     std::vector<Entry> entries;
 };
 
+// Reads a byte-string item into bytes, which grows until the value fits: a
+// serial or a CRL number is as long as the CRL's author made it.
+uint32_t read_bytes(SecurityContext* ctx, CrlObject* crl, CrlDetailItem item, uint32_t index,
+                    std::vector<unsigned char>& bytes, uint32_t* length) {
+    constexpr size_t largest = size_t{1} << 31; // no value of a CRL is longer
+    for (;;) {
+        CrlDetailBuffer buffer{bytes.data(), static_cast<uint32_t>(bytes.size())};
+        const uint32_t status = qxcrl_GetDetails(ctx, crl, item, index, &buffer);
+        if (status != QXERR_NO_OUTPUT_BUFFER || bytes.size() >= largest) {
+            *length = buffer.length;
+            return status;
+        }
+        bytes.resize(bytes.size() * 2);
+    }
+}
+
 int read_details(SecurityContext* ctx, CrlObject* crl, Details& details) {
     uint32_t status = qxcrl_GetDetails(ctx, crl, QXCRL_DETAIL_VERSION, 0, &details.version);
     if (status != 0)
@@ -98,24 +129,22 @@ int read_details(SecurityContext* ctx, CrlObject* crl, Details& details) {
     // Next update and CRL number are optional in a CRL: a failed read means absent.
     if (qxcrl_GetDetails(ctx, crl, QXCRL_DETAIL_NEXT_UPDATE, 0, time) == 0)
         details.nextUpdate = time;
-    std::vector<unsigned char> number(1024);
-    CrlDetailBuffer buffer{number.data(), 0};
-    if (qxcrl_GetDetails(ctx, crl, QXCRL_DETAIL_EXTENSION, 0, &buffer) == 0 && buffer.length > 0)
-        details.crlNumber = crl_number_text(number.data(), buffer.length);
+    std::vector<unsigned char> bytes(64);
+    uint32_t length = 0;
+    if (read_bytes(ctx, crl, QXCRL_DETAIL_EXTENSION, 0, bytes, &length) == 0 && length > 0)
+        details.crlNumber = crl_number_text(bytes.data(), length);
     uint32_t count = 0;
     status = qxcrl_GetDetails(ctx, crl, QXCRL_DETAIL_ENTRY_COUNT, 0, &count);
     if (status != 0)
         return report("reading the entry count", status);
-    std::vector<unsigned char> serial(1024);
     for (uint32_t i = 0; i < count; ++i) {
-        CrlDetailBuffer serialBuffer{serial.data(), 0};
-        status = qxcrl_GetDetails(ctx, crl, QXCRL_DETAIL_ENTRY_SERIAL, i, &serialBuffer);
+        status = read_bytes(ctx, crl, QXCRL_DETAIL_ENTRY_SERIAL, i, bytes, &length);
         if (status != 0)
             return report("reading entry " + std::to_string(i), status);
         status = qxcrl_GetDetails(ctx, crl, QXCRL_DETAIL_ENTRY_REVOCATION_DATE, i, time);
         if (status != 0)
             return report("reading entry " + std::to_string(i), status);
-        details.entries.push_back({hex(serial.data(), serialBuffer.length), time});
+        details.entries.push_back({hex(bytes.data(), length), time});
     }
     return 0;
 }

@@ -30,7 +30,7 @@ extern "C" {
 #define QXERR_TOOLKIT_FAILURE 28750u       /* a toolkit call failed */
 #define QXERR_FILE_IO 28759u               /* a CRL file could not be read */
 #define QXERR_BAD_PARAMETER 28771u         /* a required argument is missing */
-#define QXERR_NO_OUTPUT_BUFFER 28782u      /* a CrlDetailBuffer has no data pointer */
+#define QXERR_NO_OUTPUT_BUFFER 28782u      /* a CrlDetailBuffer has no data or no room */
 #define QXERR_CRL_DECODE 28788u            /* bytes or text are not a CRL */
 #define QXERR_CRL_SIGN 29176u              /* a signature could not be made or verified */
 #define QXERR_CRL_FETCH 29193u             /* no CRL from the distribution points */
@@ -68,10 +68,17 @@ typedef struct CrlObject {
     R_CRL* crl;
 } CrlObject;
 
-/* Output of the byte-string detail items; the caller provides room for the value. */
+/*
+ * Output of the byte-string detail items (entry serial, CRL Number).
+ * On entry, length is the capacity of data: a value longer than that is
+ * refused with QXERR_NO_OUTPUT_BUFFER and the buffer is left as it was. A
+ * length of 0 on entry means the caller vouches for room for the whole value,
+ * which an attacker chooses in a CRL from outside: always pass the capacity.
+ * On success, length is the number of bytes written (no terminator).
+ */
 typedef struct CrlDetailBuffer {
     unsigned char* data; /* set by the caller */
-    uint32_t length;     /* set by qxcrl_GetDetails */
+    uint32_t length;     /* in: capacity of data (0: unchecked); out: bytes written */
 } CrlDetailBuffer;
 
 /* One cache node; head is the most recently used. */
@@ -160,7 +167,13 @@ QXCRL_API void qxcrl_FreeName(R_CERT_NAME** name);
 
 /* ------------------------------------------- inspection and validation */
 
-/* Reads one item of crl into out; see CrlDetailItem for the form of out. */
+/*
+ * Reads one item of crl into out; see CrlDetailItem for the form of out.
+ * The text items never write more than their array's size (terminator
+ * included): an issuer name longer than 1,024 bytes as DER or as text gives
+ * QXERR_TOOLKIT_FAILURE with out untouched. A byte-string item honours the
+ * capacity in CrlDetailBuffer.length.
+ */
 QXCRL_API StatusCode qxcrl_GetDetails(SecurityContext* ctx, CrlObject* crl, CrlDetailItem item,
                                       uint32_t index, void* out);
 
@@ -196,9 +209,18 @@ QXCRL_API StatusCode qxcrl_DeleteCRLCacheEntry(CrlCacheOwner* owner,
 QXCRL_API StatusCode qxcrl_DestroyCache(CrlCache** cache);
 
 /*
- * A cache of capacity DER bytes with the owner that adds to it
- * (addCrl = qxcrl_AddCacheEntry), all from ctx's memory, into *owner.
- * Released with qxcrl_DestroyCacheOwner, which destroys the cache too.
+ * A cache of capacity DER bytes with the owner that adds to it, all from
+ * ctx's memory, into *owner. Released with qxcrl_DestroyCacheOwner, which
+ * destroys the cache too.
+ *
+ * The owner's addCrl is qxcrl_AddCacheEntry behind one guard: it refuses,
+ * with QXL_ERR_ISSUER_TOO_LONG and nothing taken, a CRL whose issuer name is
+ * longer than 1,025 bytes as DER or 1,024 bytes as text. Lookups compare
+ * issuer names in 1,025-byte buffers and deletes by issuer read each cached
+ * CRL's issuer text, and both stop at the first CRL whose name does not fit:
+ * one such CRL, which anyone can make, would otherwise disable the cache for
+ * every issuer. No real issuer name comes near these lengths. A CRL given to
+ * qxcrl_AddCacheEntry directly is not checked.
  */
 QXCRL_API StatusCode qxcrl_CreateCacheOwner(SecurityContext* ctx, uint32_t capacity,
                                             CrlCacheOwner** owner);

@@ -36,6 +36,7 @@ typedef uint32_t StatusCode;
 #define QXL_ERR_BAD_ARGUMENT 29300u
 #define QXL_ERR_OUT_OF_MEMORY 29301u
 #define QXL_ERR_TOOLKIT 29302u
+#define QXL_ERR_ISSUER_TOO_LONG 29303u /* a cache cannot compare this CRL's issuer name */
 #define QXL_ERR_BASE64 29310u
 #define QXL_ERR_DIGEST 29320u
 #define QXL_ERR_SIGNATURE_TYPE 29330u

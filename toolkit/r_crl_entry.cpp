@@ -99,9 +99,9 @@ int set_serial(X509_REVOKED* revoked, const R_ITEM* item) {
 }
 
 int set_date(X509_REVOKED* revoked, const R_TIME* time) {
-    ASN1_TIME* date = r_time_to_asn1(time->seconds, nullptr);
-    if (date == nullptr)
-        return R_ERROR_FAILED;
+    ASN1_TIME* date = nullptr;
+    if (const int made = r_crl_time(time->seconds, &date); made != R_ERROR_NONE)
+        return made;
     const int set = X509_REVOKED_set_revocationDate(revoked, date);
     ASN1_TIME_free(date);
     if (set != 1) {

@@ -7,9 +7,9 @@
 namespace {
 
 int set_update(X509_CRL* crl, int id, const R_TIME* time) {
-    ASN1_TIME* asn1 = r_time_to_asn1(time->seconds, nullptr);
-    if (asn1 == nullptr)
-        return R_ERROR_FAILED;
+    ASN1_TIME* asn1 = nullptr;
+    if (const int made = r_crl_time(time->seconds, &asn1); made != R_ERROR_NONE)
+        return made;
     // The setters copy the time and replace the old one only once the copy exists.
     const int set = id == R_CRL_INFO_THIS_UPDATE ? X509_CRL_set1_lastUpdate(crl, asn1)
                                                  : X509_CRL_set1_nextUpdate(crl, asn1);

@@ -124,6 +124,12 @@ bool r_time_from_asn1(const ASN1_TIME* asn1, int64_t* seconds);
  */
 ASN1_TIME* r_time_to_asn1(int64_t seconds, ASN1_TIME* reuse);
 
+/*
+ * seconds as a new time of a CRL field into *asn1: R_ERROR_TIME_RANGE
+ * before 1950 or after 9999, where RFC 5280's two encodings end.
+ */
+int r_crl_time(int64_t seconds, ASN1_TIME** asn1);
+
 /* Makes entry hold revoked (taking it), freeing what it held. */
 void r_crl_entry_set0(R_CRL_ENTRY* entry, X509_REVOKED* revoked);
 

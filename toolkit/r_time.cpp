@@ -127,6 +127,17 @@ ASN1_TIME* r_time_to_asn1(int64_t seconds, ASN1_TIME* reuse) {
     return made;
 }
 
+int r_crl_time(int64_t seconds, ASN1_TIME** asn1) {
+    // UTCTime cannot hold a year before 1950, and a GeneralizedTime past
+    // 9999 has a year of five digits that no reader takes.
+    constexpr int64_t first = -631152000;  // 1950-01-01T00:00:00Z
+    constexpr int64_t last = 253402300799; // 9999-12-31T23:59:59Z
+    if (seconds < first || seconds > last)
+        return R_ERROR_TIME_RANGE;
+    *asn1 = r_time_to_asn1(seconds, nullptr);
+    return *asn1 == nullptr ? R_ERROR_ALLOC_FAILURE : R_ERROR_NONE;
+}
+
 extern "C" void R_TIME_set_clock(R_TIME_CLOCK clock) {
     currentClock.store(clock != nullptr ? clock : system_clock);
 }

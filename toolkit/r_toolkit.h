@@ -30,6 +30,8 @@ extern "C" {
 #define R_ERROR_NOT_FOUND 10008
 /* The input carries a critical extension the toolkit does not process. */
 #define R_ERROR_UNSUPPORTED 10009
+/* A time before 1950-01-01 or after 9999-12-31, which no CRL can carry. */
+#define R_ERROR_TIME_RANGE 10010
 
 /* ------------------------------------------------------- library contexts */
 
@@ -125,8 +127,9 @@ int R_CRL_verify(R_CRL* crl, R_CERT* issuer, uint32_t* result);
 
 /*
  * Sets a field: R_CRL_INFO_THIS_UPDATE and R_CRL_INFO_NEXT_UPDATE take an
- * R_TIME* (encoded as UTCTime through 2049, GeneralizedTime from 2050),
- * R_CRL_INFO_VERSION a uint32_t* (1 for v2). A failure changes nothing.
+ * R_TIME* (encoded as UTCTime through 2049, GeneralizedTime from 2050;
+ * R_ERROR_TIME_RANGE outside 1950 to 9999), R_CRL_INFO_VERSION a uint32_t*
+ * (1 for v2). A failure changes nothing.
  */
 int R_CRL_set_info(R_CRL* crl, int id, const void* value);
 
@@ -167,7 +170,7 @@ int R_CRL_ENTRY_get_info(R_CRL_ENTRY* entry, int id, void* value);
 /*
  * Sets a field of an entry being built: R_CRL_ENTRY_INFO_SERIAL takes an
  * R_ITEM* of INTEGER content octets, kept byte for byte; the revocation date
- * an R_TIME*.
+ * an R_TIME* (R_ERROR_TIME_RANGE outside 1950 to 9999).
  */
 int R_CRL_ENTRY_set_info(R_CRL_ENTRY* entry, int id, const void* value);
 int R_CRL_ENTRY_free(R_CRL_ENTRY* entry);

@@ -274,6 +274,28 @@ TEST_F(CrlAuthoringTest, FailuresAndTheirClosingTraces) {
         }
     }
     {
+        SCOPED_TRACE("a next update past 9999-12-31, which no reader could take");
+        trace_.clear();
+        EXPECT_EQ(qxcrl_Create(ctx_, &crl_, issuerKey, issuerRecord, "3000000d", 9),
+                  QXERR_TOOLKIT_FAILURE);
+        EXPECT_EQ(closing_traces(),
+                  std::vector<std::string>{"qxcrl_CreateOrExtend:5:returning error 28750, "
+                                           "rsastatus 10010\n"});
+        ASSERT_NE(crl_, nullptr);
+        EXPECT_EQ(crl_->crl, nullptr);
+        qxcrl_Destroy(ctx_, &crl_);
+        // Re-dating an existing CRL there is refused too, and changes nothing.
+        ASSERT_EQ(qxcrl_Create(ctx_, &crl_, issuerKey, issuerRecord, "1d", 9), 0u);
+        char before[129] = {};
+        ASSERT_EQ(qxcrl_GetDetails(ctx_, crl_, QXCRL_DETAIL_NEXT_UPDATE, 0, before), 0u);
+        EXPECT_EQ(qxcrl_SetNextUpdate(ctx_, crl_, issuerKey, issuerRecord, "3000000d"),
+                  QXERR_TOOLKIT_FAILURE);
+        char after[129] = {};
+        ASSERT_EQ(qxcrl_GetDetails(ctx_, crl_, QXCRL_DETAIL_NEXT_UPDATE, 0, after), 0u);
+        EXPECT_STREQ(after, before);
+        qxcrl_Destroy(ctx_, &crl_);
+    }
+    {
         SCOPED_TRACE("signing: the validity check comes before the key");
         IssuerOptions options;
         options.notAfter = std::time(nullptr) - 60;

@@ -1,5 +1,6 @@
 // A certificate's status from the cache: which cached CRL answers, what the
 // layer's CRL policy lets an expired one do, and the move to the head.
+#include <cstring>
 #include <ctime>
 #include <map>
 #include <string>
@@ -169,4 +170,43 @@ TEST_F(CrlCacheLookupTest, DefiniteAnswersMoveToTheHead) {
                           EXPECT_EQ(result, 0u);
                           EXPECT_EQ(status, QXCRL_CERT_REVOKED);
                       });
+}
+
+TEST_F(CrlCacheLookupTest, OwnerRefusesIssuerNamesTheCacheCannotCompare) {
+    const Issuer& honest = issuer_named("Honest Cache CA");
+    CrlObject* kept = cache(honest);
+    const uint32_t used = cache_->used;
+
+    // One issuer over 1,025 bytes as DER; one that fits as DER but whose
+    // commas, escaped, make its text longer than 1,024 bytes.
+    IssuerOptions wideDer;
+    for (int i = 0; i < 18; ++i)
+        wideDer.subject.push_back({{"OU", std::string(60, static_cast<char>('a' + i))}});
+    IssuerOptions wideText;
+    for (int i = 0; i < 14; ++i)
+        wideText.subject.push_back({{"OU", std::string(56, ',')}});
+    for (const IssuerOptions* options : {&wideDer, &wideText}) {
+        const Bytes der = make_crl(make_issuer(*options), CrlOptions{});
+        // Handed over by the owner's add: refused, nothing taken.
+        CrlObject* crl = nullptr;
+        ASSERT_EQ(qxcrl_CreateCtx(ctx_, &crl, der.data(), static_cast<uint32_t>(der.size())), 0u);
+        EXPECT_EQ(owner_->addCrl(crl, cache_), QXL_ERR_ISSUER_TOO_LONG);
+        EXPECT_EQ(qxcrl_Destroy(ctx_, &crl), 0u);
+        // Through the decoder's hand-over, which releases what was refused.
+        EXPECT_EQ(qxcrl_SetDERCrl(owner_, der.data(), static_cast<uint32_t>(der.size())),
+                  QXL_ERR_ISSUER_TOO_LONG);
+    }
+    EXPECT_EQ(order(), (std::vector<CrlObject*>{kept}));
+    EXPECT_EQ(cache_->used, used);
+
+    // The honest issuer's CRL still answers, and can still be deleted by name.
+    CertRevocationStatus status = 0;
+    EXPECT_EQ(lookup(leaf(honest, 0x66), status), 0u);
+    EXPECT_EQ(status, QXCRL_CERT_REVOKED);
+    char text[1025] = {};
+    ASSERT_EQ(qxcrl_GetDetails(ctx_, kept, QXCRL_DETAIL_ISSUER_NAME, 0, text), 0u);
+    EXPECT_EQ(qxcrl_DeleteCRLCacheEntry(owner_, reinterpret_cast<const unsigned char*>(text),
+                                        static_cast<uint32_t>(std::strlen(text))),
+              0u);
+    EXPECT_TRUE(order().empty());
 }

@@ -125,6 +125,41 @@ TEST_F(CrlDetailsTest, EveryItemOnEveryAlgorithm) {
     }
 }
 
+TEST_F(CrlDetailsTest, ByteItemsNeverWritePastTheCapacity) {
+    // A serial and a CRL Number of 1,100 bytes: longer than any buffer a
+    // caller would size for "a serial number".
+    Bytes serial(1100, 0x5a);
+    Bytes number = {0x02, 0x82, 0x04, 0x4c};
+    number.resize(number.size() + 1100, 0x21);
+    CrlOptions recipe;
+    recipe.crlNumber = std::nullopt;
+    recipe.extensions = {{"2.5.29.20", false, number}};
+    recipe.revoked = {revoked_serial(serial)};
+    CrlObject* crl = decode(make_crl(shared_issuer(), recipe));
+
+    for (const auto& [item, value] : {std::pair{QXCRL_DETAIL_ENTRY_SERIAL, serial},
+                                      std::pair{QXCRL_DETAIL_EXTENSION, number}}) {
+        SCOPED_TRACE(item);
+        const auto size = static_cast<uint32_t>(value.size());
+        // One byte short: refused, and not a byte of the buffer written.
+        Bytes room(size + 16, 0xee);
+        CrlDetailBuffer buffer{room.data(), size - 1};
+        EXPECT_EQ(qxcrl_GetDetails(ctx_, crl, item, 0, &buffer), QXERR_NO_OUTPUT_BUFFER);
+        EXPECT_EQ(buffer.length, size - 1);
+        EXPECT_EQ(room, Bytes(size + 16, 0xee));
+        // Exactly the room the value needs.
+        buffer.length = size;
+        ASSERT_EQ(qxcrl_GetDetails(ctx_, crl, item, 0, &buffer), 0u);
+        EXPECT_EQ(buffer.length, size);
+        EXPECT_EQ(Bytes(room.begin(), room.begin() + size), value);
+        EXPECT_EQ(room[size], 0xee);
+        // No capacity given: the caller vouches for the room, as before.
+        buffer = CrlDetailBuffer{room.data(), 0};
+        ASSERT_EQ(qxcrl_GetDetails(ctx_, crl, item, 0, &buffer), 0u);
+        EXPECT_EQ(buffer.length, size);
+    }
+}
+
 TEST_F(CrlDetailsTest, AbsentItemsAndBadArgumentsLeaveTheOutputAlone) {
     CrlOptions recipe;
     recipe.nextUpdate = std::nullopt;

@@ -15,6 +15,7 @@
 #include <openssl/x509v3.h>
 
 #include "files.h"
+#include "fixed_clock.h"
 #include "test_pki.h"
 #include "toolkit/r_toolkit.h"
 #include "toolkit_bytes.h"
@@ -410,7 +411,7 @@ TEST_F(ToolkitCrlWrite, EntriesBuiltFieldByField) {
     // A date beyond what a time can encode is refused too.
     TimePtr never = time_at(INT64_MAX);
     EXPECT_EQ(R_CRL_ENTRY_set_info(raw, R_CRL_ENTRY_INFO_REVOCATION_DATE, never.get()),
-              R_ERROR_FAILED);
+              R_ERROR_TIME_RANGE);
     EXPECT_EQ(serial_of(raw), (Bytes{0x02, 0x03}));
     TimePtr readDate = time_at(0);
     EXPECT_EQ(R_CRL_ENTRY_get_info(raw, R_CRL_ENTRY_INFO_REVOCATION_DATE, readDate.get()),
@@ -495,10 +496,32 @@ TEST_F(ToolkitCrlWrite, TimesEncodeByYear) {
     const uint32_t v3 = 2;
     EXPECT_EQ(R_CRL_set_info(crl.get(), R_CRL_INFO_VERSION, &v1), R_ERROR_FAILED);
     EXPECT_EQ(R_CRL_set_info(crl.get(), R_CRL_INFO_VERSION, &v3), R_ERROR_FAILED);
-    EXPECT_EQ(R_CRL_set_info(crl.get(), R_CRL_INFO_THIS_UPDATE, time_at(INT64_MAX).get()),
-              R_ERROR_FAILED);
-    EXPECT_EQ(R_CRL_set_info(crl.get(), R_CRL_INFO_NEXT_UPDATE, time_at(INT64_MAX).get()),
-              R_ERROR_FAILED);
+    // Outside 1950 to 9999 no encoding a reader takes holds the time: a year
+    // of five digits, or one before UTCTime begins.
+    constexpr int64_t first = -631152000;  // 1950-01-01T00:00:00Z
+    constexpr int64_t last = 253402300799; // 9999-12-31T23:59:59Z
+    for (const int64_t outside : {last + 1, first - 1, INT64_MAX, INT64_MIN}) {
+        // Only the clock makes times before 1970.
+        const FixedClock clock(outside);
+        TimePtr time = time_at(0);
+        ASSERT_EQ(R_TIME_time(time.get()), R_ERROR_NONE);
+        EXPECT_EQ(R_CRL_set_info(crl.get(), R_CRL_INFO_THIS_UPDATE, time.get()),
+                  R_ERROR_TIME_RANGE);
+        EXPECT_EQ(R_CRL_set_info(crl.get(), R_CRL_INFO_NEXT_UPDATE, time.get()),
+                  R_ERROR_TIME_RANGE);
+        EXPECT_EQ(
+            R_CRL_ENTRY_set_info(entry({0x07}).get(), R_CRL_ENTRY_INFO_REVOCATION_DATE, time.get()),
+            R_ERROR_TIME_RANGE);
+    }
+    // The ends themselves are taken.
+    for (const int64_t end : {first, last}) {
+        const FixedClock clock(end);
+        TimePtr time = time_at(0);
+        ASSERT_EQ(R_TIME_time(time.get()), R_ERROR_NONE);
+        EXPECT_EQ(
+            R_CRL_ENTRY_set_info(entry({0x08}).get(), R_CRL_ENTRY_INFO_REVOCATION_DATE, time.get()),
+            R_ERROR_NONE);
+    }
     EXPECT_EQ(R_CRL_set_info(crl.get(), R_CRL_INFO_CRL_NUMBER, time_at(0).get()), R_ERROR_FAILED);
     EXPECT_EQ(R_CRL_set_info(crl.get(), R_CRL_INFO_SIGNATURE_ALGORITHM, &v1), R_ERROR_FAILED);
     EXPECT_EQ(R_CRL_set_info(crl.get(), R_CRL_INFO_THIS_UPDATE, nullptr), R_ERROR_NULL_ARG);

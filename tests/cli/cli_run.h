@@ -1,0 +1,42 @@
+// Runs the built qxcrl command as a process in a scratch directory and
+// collects its exit status and output.
+#ifndef QXCRL_TESTS_CLI_CLI_RUN_H
+#define QXCRL_TESTS_CLI_CLI_RUN_H
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <sys/wait.h>
+
+#include "files.h"
+
+namespace qxtest {
+
+struct Result {
+    int exit = -1;
+    std::string out;
+    std::string err;
+};
+
+inline std::string slurp(const std::filesystem::path& path) {
+    const std::vector<unsigned char> bytes = read_file(path);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+// Runs `qxcrl ARGS` in dir (a shell fragment, already quoted).
+inline Result qxcrl(const std::filesystem::path& dir, const std::string& arguments) {
+    const std::string command =
+        "cd '" + dir.string() + "' && '" QXCRL_CLI "' " + arguments + " > cli.out 2> cli.err";
+    const int status = std::system(command.c_str());
+    Result result;
+    result.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.out = slurp(dir / "cli.out");
+    result.err = slurp(dir / "cli.err");
+    return result;
+}
+
+} // namespace qxtest
+
+#endif
