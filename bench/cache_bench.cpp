@@ -1,10 +1,12 @@
 // Answers from the cache: lookups among 1, 100 and 1,000 cached CRLs (a miss
-// walks them all, a hit finds the head), and a lookup in one cached CRL of
-// 1,000,000 entries, listed and not.
+// walks them all, a hit finds the head), a lookup in one cached CRL of
+// 1,000,000 entries, listed and not, and filling a cache from a text of 1,000
+// to 100,000 PEM CRLs under the primary label and under another one.
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "bench_support.h"
@@ -125,6 +127,42 @@ void BM_MillionEntryLookup(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_MillionEntryLookup)->ArgName("hit")->Arg(1)->Arg(0)->Unit(benchmark::kMicrosecond);
+
+// blocks PEM CRLs of the shared issuer, each with a begin and end label of
+// the pair chosen by label: 0 the primary pair, 1 the next one.
+std::string concatenated_pem(SecurityContext* ctx, int label, int blocks) {
+    const char* const begins[] = {QX_STR_CRL_HEADER, QX_STR_CRL_HEADER1};
+    const char* const ends[] = {QX_STR_CRL_FOOTER, QX_STR_CRL_FOOTER1};
+    const Bytes der = make_crl(shared_issuer(KeyKind::EcP256), CrlOptions{});
+    char* body = nullptr;
+    uint32_t length = 0;
+    if (qxbc_der_to_b64(ctx, der.data(), static_cast<uint32_t>(der.size()), &body, &length) != 0)
+        std::abort();
+    const std::string block = begins[label] + std::string(body, length) + ends[label] + "\n";
+    qxumfree(ctx, &body);
+    std::string text;
+    text.reserve(block.size() * static_cast<size_t>(blocks));
+    for (int i = 0; i < blocks; ++i)
+        text += block;
+    return text;
+}
+
+void BM_ConcatenatedPem(benchmark::State& state) {
+    Layer layer;
+    const std::string text = concatenated_pem(layer.ctx, static_cast<int>(state.range(0)),
+                                              static_cast<int>(state.range(1)));
+    for (auto _ : state) {
+        CrlCacheOwner* owner = nullptr;
+        if (qxcrl_CreateCacheOwner(layer.ctx, UINT32_MAX, &owner) != 0 ||
+            qxcrl_SetB64Crl(owner, text.c_str(), static_cast<uint32_t>(text.size())) != 0)
+            state.SkipWithError("read failed");
+        qxcrl_DestroyCacheOwner(&owner);
+    }
+}
+BENCHMARK(BM_ConcatenatedPem)
+    ->ArgNames({"label", "blocks"})
+    ->ArgsProduct({{0, 1}, {1000, 10000, 100000}})
+    ->Unit(benchmark::kMillisecond);
 
 } // namespace
 

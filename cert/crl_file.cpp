@@ -1,6 +1,7 @@
 // CRL files: a whole file read through the layer's file interface, a
 // one-CRL file (DER or PEM) loaded into a record, and a file of PEM CRLs
 // delivered to a cache owner.
+#include <algorithm>
 #include <cstring>
 
 #include "frame.h"
@@ -46,10 +47,13 @@ StatusCode size_and_read(SecurityContext* ctx, const QxFileInterface* files, voi
                         trace::msg_file_length_failed, path);
         return QXERR_FILE_IO;
     }
-    // The buffer holds the file and a NUL in a 32-bit length.
-    if (size >= UINT32_MAX) {
+    // Refused before any memory is asked for: the buffer holds the file and a
+    // NUL in a 32-bit length, and the layer caps the files it reads whole.
+    const uint32_t limit = std::min(ctx->layerContext->maxFileBytes, UINT32_MAX - 1);
+    if (size > limit) {
         qxu_print_trace(ctx, trace::name_get_crl_from_file, trace::service_failure,
-                        trace::msg_file_too_large, path);
+                        trace::msg_file_too_large, path, static_cast<unsigned long long>(size),
+                        limit);
         return QXERR_FILE_IO;
     }
     if (files->dskopn(files, file, name) != 0) {

@@ -8,35 +8,69 @@ using namespace qxcrl;
 
 namespace {
 
-// The first marker, in order of preference, that occurs anywhere from
-// position on; its first occurrence, and which marker it was in *marker.
-const char* find_first_marker(const char* position, const char* const (&markers)[4],
-                              const char** marker) {
-    for (const char* candidate : markers) {
-        if (const char* found = std::strstr(position, candidate)) {
-            *marker = candidate;
-            return found;
-        }
-    }
-    return nullptr;
-}
+// One marker's next occurrence in a text that is read front to back. Where
+// the marker next occurs (or that it occurs no more) stays true until the
+// reading position passes that occurrence, so the text is searched for each
+// marker once in all rather than once per block.
+class MarkerSearch {
+  public:
+    explicit MarkerSearch(const char* marker) : marker_(marker) {}
 
-const char* const begin_markers[4] = {QX_STR_CRL_HEADER, QX_STR_CRL_HEADER1, QX_STR_CRL_HEADER2,
-                                      QX_STR_CRL_HEADER3};
-const char* const end_markers[4] = {QX_STR_CRL_FOOTER, QX_STR_CRL_FOOTER1, QX_STR_CRL_FOOTER2,
-                                    QX_STR_CRL_FOOTER3};
+    // The first occurrence at or after position; position never moves back.
+    const char* at_or_after(const char* position) {
+        if (!searched_ || (next_ != nullptr && next_ < position)) {
+            next_ = std::strstr(position, marker_);
+            searched_ = true;
+        }
+        return next_;
+    }
+
+    const char* marker() const { return marker_; }
+
+  private:
+    const char* marker_;
+    const char* next_ = nullptr;
+    bool searched_ = false;
+};
+
+// Four markers in order of preference: the first of them that occurs
+// anywhere from a position on wins, at its first occurrence there.
+class PreferredMarkers {
+  public:
+    PreferredMarkers(const char* first, const char* second, const char* third, const char* fourth)
+        : searches_{MarkerSearch(first), MarkerSearch(second), MarkerSearch(third),
+                    MarkerSearch(fourth)} {}
+
+    // The winning occurrence from position on, and its marker in *marker.
+    const char* find(const char* position, const char** marker) {
+        for (MarkerSearch& search : searches_) {
+            if (const char* found = search.at_or_after(position)) {
+                *marker = search.marker();
+                return found;
+            }
+        }
+        return nullptr;
+    }
+
+  private:
+    MarkerSearch searches_[4];
+};
 
 // Decodes and delivers the blocks of text one after another.
 StatusCode deliver_blocks(CrlCacheOwner* owner, SecurityContext* ctx, const char* text) {
+    PreferredMarkers begins(QX_STR_CRL_HEADER, QX_STR_CRL_HEADER1, QX_STR_CRL_HEADER2,
+                            QX_STR_CRL_HEADER3);
+    PreferredMarkers ends(QX_STR_CRL_FOOTER, QX_STR_CRL_FOOTER1, QX_STR_CRL_FOOTER2,
+                          QX_STR_CRL_FOOTER3);
     const char* marker = nullptr;
-    const char* begin = find_first_marker(text, begin_markers, &marker);
+    const char* begin = begins.find(text, &marker);
     if (begin == nullptr) {
         qxu_print_trace(ctx, trace::name_set_b64_crl, trace::decode_failure, qx0264trc);
         return QXERR_CRL_DECODE;
     }
     while (begin != nullptr) {
         const char* body = begin + std::strlen(marker);
-        const char* end = find_first_marker(body, end_markers, &marker);
+        const char* end = ends.find(body, &marker);
         if (end == nullptr) {
             qxu_print_trace(ctx, trace::name_set_b64_crl, trace::decode_failure, qx0264trc);
             return QXERR_CRL_DECODE;
@@ -52,7 +86,7 @@ StatusCode deliver_blocks(CrlCacheOwner* owner, SecurityContext* ctx, const char
             return result;
         // The next block is looked for from this body on, so a block begun
         // with a less preferred marker before it is never seen.
-        begin = find_first_marker(body, begin_markers, &marker);
+        begin = begins.find(body, &marker);
     }
     return 0;
 }

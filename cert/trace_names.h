@@ -66,7 +66,8 @@ inline constexpr char msg_file_setup_failed[] =
     "dsk api failed in setting up mode opening the crl file: %s\n";
 inline constexpr char msg_file_length_failed[] =
     "dsk api failed in calculating file length of crl: %s\n";
-inline constexpr char msg_file_too_large[] = "crl file too large to read: %s\n";
+inline constexpr char msg_file_too_large[] =
+    "crl file too large to read: %s (%llu bytes, limit %u)\n";
 inline constexpr char msg_file_open_failed[] = "dsk api dskopn failed for crl: %s\n";
 inline constexpr char msg_file_buffer_failed[] =
     "memory allocation for crlbuf: %d bytes for crl: %s\n";

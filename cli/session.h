@@ -56,6 +56,17 @@ struct Key {
     QxPrivateKey* key = nullptr;
 };
 
+// A block of the layer's allocator that the command holds, such as a file read whole.
+struct LayerBytes {
+    explicit LayerBytes(SecurityContext* context) : ctx(context) {}
+    LayerBytes(const LayerBytes&) = delete;
+    LayerBytes& operator=(const LayerBytes&) = delete;
+    ~LayerBytes() { qxumfree(ctx, &bytes); }
+    SecurityContext* ctx;
+    unsigned char* bytes = nullptr;
+    uint32_t length = 0;
+};
+
 struct CacheOwner {
     CacheOwner() = default;
     CacheOwner(const CacheOwner&) = delete;

@@ -2,8 +2,11 @@
 // qxcrl status: a certificate's status from a cache of CRLs.
 #include <cstdio>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "commands.h"
+#include "crl_blocks.h"
 #include "errors.h"
 #include "session.h"
 
@@ -15,28 +18,38 @@ constexpr char verify_usage[] = "qxcrl verify CRL --issuer CERT [--trace LEVEL]"
 constexpr char status_usage[] = "qxcrl status --cert CERT --crl FILE [--crl FILE ...] "
                                 "[--issuer CERT] [--policy N] [--json] [--trace LEVEL]";
 
-uint32_t cached_count(const CrlCache* cache) {
-    uint32_t count = 0;
-    for (const CrlCacheEntry* entry = cache->head; entry != nullptr; entry = entry->next)
-        ++count;
-    return count;
-}
-
-// Adds every CRL of path to the cache: PEM files may hold several, and a
-// file the PEM reader finds nothing in is read once more as one DER CRL.
-int add_file(Session& session, CacheOwner& cache, const std::string& path) {
-    const uint32_t before = cached_count(cache.owner->crlCache);
-    const uint32_t status = qxcrl_LoadConcatCRL(cache.owner, path.c_str());
-    if (status == 0 && cached_count(cache.owner->crlCache) > before)
-        return 0;
-    if (status != 0 && status != QXERR_CRL_DECODE)
-        return report("loading " + path, status);
+// One DER CRL, the whole of a file's bytes, into the cache.
+int add_der_file(Session& session, CacheOwner& cache, const std::string& path,
+                 const LayerBytes& file) {
     Crl crl(session.ctx());
-    if (const int failed = load_crl(session, path, crl))
-        return failed;
+    if (const uint32_t status =
+            qxcrl_CreateCtx(session.ctx(), &crl.object, file.bytes, file.length))
+        return report("loading " + path, status);
     if (const uint32_t added = cache.owner->addCrl(crl.object, cache.owner->crlCache))
         return report("caching " + path, added);
     crl.object = nullptr; // the cache owns it now
+    return 0;
+}
+
+// Adds every CRL of path to the cache. Each PEM block goes to the reader on
+// its own, whatever its label and whatever lies between blocks (NULs
+// included), so that no block can hide another, and a block that fails
+// fails the file. A file without a begin marker is one DER CRL.
+int add_file(Session& session, CacheOwner& cache, const std::string& path) {
+    LayerBytes file(session.ctx());
+    if (const uint32_t status =
+            qxfile_read_whole(session.ctx(), path.c_str(), &file.bytes, &file.length))
+        return report("loading " + path, status);
+    const std::vector<std::string_view> blocks =
+        crl_pem_blocks({reinterpret_cast<const char*>(file.bytes), file.length});
+    if (blocks.empty())
+        return add_der_file(session, cache, path, file);
+    for (size_t i = 0; i < blocks.size(); ++i) {
+        const std::string block(blocks[i]); // ended by a NUL of its own
+        if (const uint32_t status =
+                qxcrl_SetB64Crl(cache.owner, block.c_str(), static_cast<uint32_t>(block.size())))
+            return report("reading CRL " + std::to_string(i + 1) + " of " + path, status);
+    }
     return 0;
 }
 

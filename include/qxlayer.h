@@ -144,7 +144,8 @@ struct LayerContext {
     uint32_t toolkitContextCount;
     R_CERT_CTX* certContext;
     struct QxMemoryAccount* memory;
-    char* storePath; /* the persistent store's SQLite file */
+    char* storePath;       /* the persistent store's SQLite file */
+    uint32_t maxFileBytes; /* largest file read whole; see QxLayerConfig */
 };
 
 /* One caller's context. */
@@ -175,6 +176,9 @@ typedef struct CrlCacheOwner {
 /* Number of toolkit library contexts a layer instance makes. */
 #define QX_TOOLKIT_CONTEXT_COUNT 4u
 
+/* Default of QxLayerConfig's maxFileBytes: 256 MiB. */
+#define QX_DEFAULT_MAX_FILE_BYTES (256u * 1024u * 1024u)
+
 typedef struct QxLayerConfig {
     uint32_t toolkitMode;  /* default 0 */
     uint32_t crlPolicy;    /* default 0 */
@@ -182,6 +186,15 @@ typedef struct QxLayerConfig {
     void* traceSinkArg;    /* default NULL */
     uint32_t traceLevel;   /* default QX_TRACE_LEVEL_FROM_ENV */
     const char* storePath; /* default "qxstore.db" (copied) */
+    /*
+     * The largest file, in bytes, that the layer and the module read whole
+     * (CRL, certificate and key files); a larger one is refused before any
+     * of it is read or memory is taken for it. Default
+     * QX_DEFAULT_MAX_FILE_BYTES. 0 admits only empty files: there is no
+     * unlimited setting, and no file of 4 GiB - 1 bytes or more is read
+     * whatever the setting.
+     */
+    uint32_t maxFileBytes;
 } QxLayerConfig;
 
 /* Fills config with the defaults above. */
@@ -289,9 +302,8 @@ QXCRL_API StatusCode qxcert_from_bytes(SecurityContext* ctx, const unsigned char
                                        uint32_t length, CertificateRecord** out);
 
 /*
- * qxcert_from_bytes on the whole content of the file at path (DER or PEM).
- * A file that cannot be opened or read, or is not a regular file, gives
- * QXL_ERR_FILE.
+ * qxcert_from_bytes on the whole content of the file at path (DER or PEM),
+ * read with qxfile_read_whole, whose failures it returns.
  */
 QXCRL_API StatusCode qxcert_from_file(SecurityContext* ctx, const char* path,
                                       CertificateRecord** out);
@@ -425,8 +437,26 @@ typedef struct QxFileInterface {
     void* state;
 } QxFileInterface;
 
-/* The POSIX table every layer instance starts with (open, fstat, read, close). */
+/*
+ * The POSIX table every layer instance starts with (open, fstat, read,
+ * close). Files are opened without blocking and only regular files are
+ * opened, so a FIFO or a device named as a file is refused at once.
+ */
 QXCRL_API const QxFileInterface* qxfile_posix_interface(void);
+
+/*
+ * Reads the whole regular file at path into a new block *bytes of ctx's
+ * allocator (released with qxumfree) and its size into *length. The file is
+ * opened without blocking and refused, before anything is read or allocated,
+ * when it is not a regular file or is larger than the layer's maxFileBytes.
+ * A file that shrinks while it is read gives what it still holds.
+ * Statuses: QXL_ERR_BAD_ARGUMENT for a NULL argument or a context without a
+ * layer; QXL_ERR_FILE when the file cannot be opened or read, is not a
+ * regular file or is too large; QXL_ERR_OUT_OF_MEMORY. On failure *bytes is
+ * NULL, and bytes already read are wiped first, since the file may hold a key.
+ */
+QXCRL_API StatusCode qxfile_read_whole(SecurityContext* ctx, const char* path,
+                                       unsigned char** bytes, uint32_t* length);
 
 /* ---------------------------------------------------------- private keys */
 
@@ -449,7 +479,10 @@ QXCRL_API StatusCode qxdk_key_from_bytes(SecurityContext* ctx, const unsigned ch
                                          uint32_t length, const char* passphrase,
                                          QxPrivateKey** key);
 
-/* qxdk_key_from_bytes on the whole file at path; QXL_ERR_FILE when it cannot be read. */
+/*
+ * qxdk_key_from_bytes on the whole file at path, read with qxfile_read_whole,
+ * whose failures it returns; the bytes read are wiped before they are released.
+ */
 QXCRL_API StatusCode qxdk_key_from_file(SecurityContext* ctx, const char* path,
                                         const char* passphrase, QxPrivateKey** key);
 

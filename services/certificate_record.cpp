@@ -5,7 +5,6 @@
 
 #include "../toolkit/r_toolkit.h"
 #include "qxlayer.h"
-#include "whole_file.h"
 
 namespace {
 
@@ -207,7 +206,7 @@ extern "C" StatusCode qxcert_from_file(SecurityContext* ctx, const char* path,
         return QXL_ERR_BAD_ARGUMENT;
     unsigned char* bytes = nullptr;
     uint32_t length = 0;
-    StatusCode status = qxl_read_whole_file(ctx, path, &bytes, &length);
+    StatusCode status = qxfile_read_whole(ctx, path, &bytes, &length);
     if (status != 0)
         return status;
     status = qxcert_from_bytes(ctx, bytes, length, out);

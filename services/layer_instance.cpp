@@ -43,6 +43,7 @@ StatusCode build(const QxLayerConfig& config, SecurityContext* ctx) {
     ctx->layerContext = layer;
     layer->toolkitMode = config.toolkitMode;
     layer->crlPolicy = config.crlPolicy;
+    layer->maxFileBytes = config.maxFileBytes;
     layer->fileContext = qxfile_posix_interface();
     layer->crlFetchCallbacks = qxldap_fetch_callbacks();
     layer->memory = qxum_account_new();
@@ -77,6 +78,7 @@ extern "C" void qxlayer_default_config(QxLayerConfig* config) {
     *config = QxLayerConfig{};
     config->traceLevel = QX_TRACE_LEVEL_FROM_ENV;
     config->storePath = default_store_path;
+    config->maxFileBytes = QX_DEFAULT_MAX_FILE_BYTES;
 }
 
 extern "C" StatusCode qxlayer_create(const QxLayerConfig* config, SecurityContext** out) {

@@ -1,5 +1,5 @@
 // The default file interface: POSIX open, fstat, read and close, binary and
-// read-only. The name and file objects belong to this table, not to the
+// read-only, regular files only. The name and file objects belong to this table, not to the
 // module's allocator, so they never show in a layer's block count. The
 // directory, flags and kind of dskmknam and the access arguments of dsklini
 // do not change how a file is read here.
@@ -55,12 +55,15 @@ int size_of(const QxFileInterface*, void* name, uint64_t* size) {
 }
 
 // Only regular files are opened, so a directory or a device named where a
-// CRL file should be fails here rather than at the first read.
+// CRL file should be fails here rather than at the first read. The size was
+// taken from the name before, and something else may stand there now: opening
+// without blocking keeps a FIFO swapped in from waiting for a writer, and
+// fstat judges what was opened. Reads of a regular file never block anyway.
 int open_file(const QxFileInterface*, void* file, void* name) {
     auto* opened = static_cast<PosixFile*>(file);
     if (opened == nullptr || name == nullptr || opened->fd >= 0)
         return EINVAL;
-    const int fd = open(path_of(name), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    const int fd = open(path_of(name), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
     if (fd < 0)
         return errno != 0 ? errno : EIO;
     struct stat info {};

@@ -85,7 +85,7 @@ extern "C" StatusCode qxdk_key_from_file(SecurityContext* ctx, const char* path,
         return QXL_ERR_BAD_ARGUMENT;
     unsigned char* bytes = nullptr;
     uint32_t length = 0;
-    StatusCode status = qxl_read_whole_file(ctx, path, &bytes, &length);
+    StatusCode status = qxfile_read_whole(ctx, path, &bytes, &length);
     if (status != 0)
         return status;
     status = qxdk_key_from_bytes(ctx, bytes, length, passphrase, key);

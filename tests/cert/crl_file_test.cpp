@@ -1,6 +1,7 @@
 // CRL files through the layer's file interface: one-CRL files in DER and
 // PEM, files of several PEM CRLs, every failing step of the file layer,
-// short reads, a file that shrinks, and allocation failures.
+// short reads, a file that shrinks, special files, the size limit, and
+// allocation failures.
 #include <cstring>
 #include <string>
 
@@ -13,6 +14,7 @@
 #include "recording_owner.h"
 #include "test_pki.h"
 #include "toolkit_bytes.h"
+#include "watchdog.h"
 
 using namespace qxtest;
 
@@ -303,6 +305,53 @@ TEST_F(CrlFileTest, PiecesShrinkingAndOversizedFiles) {
         ASSERT_EQ(trace_.messages().size(), 1u);
         EXPECT_NE(trace_.messages()[0].text.find(path("no-such-file")), std::string::npos);
     }
+}
+
+TEST_F(CrlFileTest, SpecialFilesAndTheSizeLimit) {
+    make_fifo(dir_ / "fifo");
+    std::filesystem::create_directory(dir_ / "directory");
+    for (const std::string& special : {path("fifo"), std::string("/dev/zero"), path("directory")}) {
+        SCOPED_TRACE(special);
+        EXPECT_EQ(result_within(std::chrono::seconds(10),
+                                [&] {
+                                    CrlObject* crl = nullptr;
+                                    return qxcrl_Load(ctx_, &crl, special.c_str());
+                                }),
+                  QXERR_FILE_IO);
+        EXPECT_EQ(load(special), QXERR_FILE_IO);
+        EXPECT_EQ(crl_, nullptr);
+    }
+
+    // A file exactly at the limit loads; a file one byte over is refused
+    // before any memory is asked for, and the trace names the file and limit.
+    const auto size = static_cast<uint32_t>(ders_[0].size());
+    layer()->maxFileBytes = size;
+    Bytes der;
+    EXPECT_EQ(load("crl.der", &der), 0u);
+    EXPECT_EQ(der, ders_[0]);
+    make_sparse_file(dir_ / "over.der", size + 1);
+    const uint64_t allocations = qxum_allocation_count(layer());
+    EXPECT_EQ(load("over.der"), QXERR_FILE_IO);
+    EXPECT_EQ(qxum_allocation_count(layer()), allocations);
+    EXPECT_EQ(crl_, nullptr);
+    const std::string tooLarge = "crl file too large to read: " + path("over.der") + " (" +
+                                 std::to_string(size + 1) + " bytes, limit " +
+                                 std::to_string(size) + ")\n";
+    ASSERT_EQ(trace_.messages().size(), 1u);
+    EXPECT_EQ(trace_.messages()[0].function, "qxcrlGetCRLFromFile");
+    EXPECT_EQ(trace_.messages()[0].level, 2u);
+    EXPECT_EQ(trace_.messages()[0].text, tooLarge);
+    std::vector<Bytes> delivered;
+    EXPECT_EQ(load_concat("over.der", delivered), QXERR_FILE_IO);
+    EXPECT_TRUE(delivered.empty());
+    EXPECT_EQ(trace_.messages()[0].text, tooLarge);
+
+    // With the default limit, a sparse file one byte over 256 MiB is refused
+    // just as fast.
+    layer()->maxFileBytes = QX_DEFAULT_MAX_FILE_BYTES;
+    make_sparse_file(dir_ / "over.der", uint64_t{QX_DEFAULT_MAX_FILE_BYTES} + 1);
+    EXPECT_EQ(load("over.der"), QXERR_FILE_IO);
+    EXPECT_EQ(qxum_allocation_count(layer()), allocations);
 }
 
 TEST_F(CrlFileTest, AllocationFailureSweeps) {

@@ -1,6 +1,10 @@
 // PEM text of CRLs: what the writer produces against the openssl command,
-// and the reader on texts of several blocks, marker precedence and failures.
+// and the reader on texts of several blocks, marker precedence, failures,
+// generated marker soups against the plain rule, and long texts.
+#include <chrono>
 #include <cstring>
+#include <iterator>
+#include <random>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -61,8 +65,86 @@ class CrlPemTest : public LayerTest {
 
     static uint32_t size_of(const Bytes& bytes) { return static_cast<uint32_t>(bytes.size()); }
 
+    // The trace records since the last clear, one line each.
+    std::vector<std::string> trace_lines() const {
+        std::vector<std::string> lines;
+        for (const TraceEntry& entry : trace_.entries())
+            lines.push_back(std::to_string(entry.kind) + " " + entry.function + " " +
+                            std::to_string(entry.level) + " " + entry.messageId + " " + entry.text);
+        return lines;
+    }
+
     std::vector<Bytes> ders_;
 };
+
+const char* const begin_markers[] = {QX_STR_CRL_HEADER, QX_STR_CRL_HEADER1, QX_STR_CRL_HEADER2,
+                                     QX_STR_CRL_HEADER3};
+const char* const end_markers[] = {QX_STR_CRL_FOOTER, QX_STR_CRL_FOOTER1, QX_STR_CRL_FOOTER2,
+                                   QX_STR_CRL_FOOTER3};
+
+// The marker that the plain rule picks from position on: the first of
+// markers, in order, that occurs anywhere there, at its first occurrence.
+const char* plain_search(const char* position, const char* const (&markers)[4],
+                         const char** marker) {
+    for (const char* candidate : markers) {
+        if (const char* found = std::strstr(position, candidate)) {
+            *marker = candidate;
+            return found;
+        }
+    }
+    return nullptr;
+}
+
+// The bodies that the block rule finds in a text, written out plainly with
+// every marker searched for afresh at every step, and whether the rule ran
+// out of markers: no begin marker at all, or one with no end after it.
+struct PlainBlocks {
+    std::vector<std::string> bodies;
+    bool markerMissing = false;
+};
+
+PlainBlocks plain_blocks(const char* text) {
+    PlainBlocks found;
+    const char* marker = nullptr;
+    const char* begin = plain_search(text, begin_markers, &marker);
+    found.markerMissing = begin == nullptr;
+    while (begin != nullptr && !found.markerMissing) {
+        const char* body = begin + std::strlen(marker);
+        const char* end = plain_search(body, end_markers, &marker);
+        if (end == nullptr)
+            found.markerMissing = true;
+        else
+            found.bodies.emplace_back(body, end);
+        begin = plain_search(body, begin_markers, &marker);
+    }
+    return found;
+}
+
+// What qxcrl_SetB64Crl must keep doing, however it finds its blocks: the
+// plain rule's bodies delivered one by one through qxcrl_SetDERCrl until one
+// fails, with the records qxcrl_SetB64Crl writes.
+StatusCode plain_read(CrlCacheOwner* owner, const char* text) {
+    SecurityContext* ctx = owner->parent->securityContext;
+    qxu_init_trace(ctx, "qxcrl_SetB64Crl", 5);
+    const PlainBlocks blocks = plain_blocks(text);
+    StatusCode status = 0;
+    for (size_t i = 0; i < blocks.bodies.size() && status == 0; ++i) {
+        unsigned char* der = nullptr;
+        uint32_t length = 0;
+        const std::string& body = blocks.bodies[i];
+        status =
+            qxbc_b64_to_der(ctx, body.data(), static_cast<uint32_t>(body.size()), &der, &length);
+        if (status == 0)
+            status = qxcrl_SetDERCrl(owner, der, length);
+        qxumfree(ctx, &der);
+    }
+    if (status == 0 && blocks.markerMissing) {
+        qxu_print_trace(ctx, "qxcrl_SetB64Crl", 1, qx0264trc);
+        status = QXERR_CRL_DECODE;
+    }
+    qxu_exit_trace(ctx, "qxcrl_SetB64Crl", 5);
+    return status;
+}
 
 } // namespace
 
@@ -247,4 +329,137 @@ TEST_F(CrlPemTest, ArgumentsAndAllocationSweeps) {
                           }
                           owner.release_accepted(ctx_);
                       });
+}
+
+TEST_F(CrlPemTest, MarkerSoupsReadAsThePlainRuleReadsThem) {
+    // Bodies: the three CRLs, Base64 of something that is no CRL, no Base64, nothing.
+    std::vector<std::string> bodies;
+    for (size_t i = 0; i < ders_.size(); ++i) {
+        const std::string pem = pem_of(i);
+        const size_t from = std::strlen(QX_STR_CRL_HEADER);
+        bodies.push_back(pem.substr(from, pem.size() - std::strlen(QX_STR_CRL_FOOTER3) - from));
+    }
+    for (const char* other : {"\nMAMCAQE=\n", "\n!!\n", ""})
+        bodies.emplace_back(other);
+    // Text between blocks, and marker tails that make a marker overlap the one before.
+    const char* const between[] = {"\n",
+                                   "comment\n",
+                                   "-----",
+                                   "----",
+                                   "-----BEGIN ",
+                                   "-----END X509",
+                                   "-----BEGIN CRL----",
+                                   "X509 CRL-----\n",
+                                   "BEGIN CRL-----",
+                                   "BEGIN X509 CRL-----",
+                                   "END CRL-----",
+                                   "\r\n"};
+    std::mt19937 generator(2024);
+    auto pick = [&generator](size_t count) {
+        return std::uniform_int_distribution<size_t>(0, count - 1)(generator);
+    };
+    auto body = [&] { return bodies[pick(10) < 8 ? pick(3) : 3 + pick(3)]; };
+    // An end label, or none at all one time in eight.
+    auto end = [&] { return pick(8) == 0 ? std::string() : std::string(end_markers[pick(4)]); };
+
+    size_t manyDelivered = 0, decodeFailures = 0, base64Failures = 0;
+    for (int soup = 0; soup < 5000; ++soup) {
+        std::string text;
+        for (size_t part = 0, parts = 1 + pick(6); part < parts; ++part) {
+            switch (pick(5)) {
+            case 0: // a begin nested in a block
+                text += begin_markers[pick(4)] + body() + begin_markers[pick(4)] + body() + end();
+                break;
+            case 1:
+                text += between[pick(std::size(between))];
+                break;
+            case 2:
+                text += begin_markers[pick(4)];
+                break;
+            default:
+                text += begin_markers[pick(4)] + body() + end() + (pick(2) == 0 ? "\n" : "");
+            }
+        }
+        SCOPED_TRACE("soup " + std::to_string(soup) + ":\n" + text);
+        Owner owner(ctx_);
+        std::vector<Bytes> delivered, expected;
+        const StatusCode status = read(owner, text, delivered);
+        const std::vector<std::string> trace = trace_lines();
+
+        trace_.clear();
+        const StatusCode plainStatus = plain_read(&owner.owner, text.c_str());
+        for (size_t i = 0; i < Owner::calls.size(); ++i)
+            expected.push_back(toolkit_bytes(Owner::calls[i].first->crl, R_CRL_to_binary));
+        owner.release_accepted(ctx_);
+        ASSERT_EQ(status, plainStatus);
+        ASSERT_EQ(delivered, expected);
+        ASSERT_EQ(trace, trace_lines());
+
+        manyDelivered += status == 0 && delivered.size() > 1;
+        decodeFailures += status == QXERR_CRL_DECODE;
+        base64Failures += status == QXL_ERR_BASE64;
+    }
+    // The soups reach every outcome often.
+    EXPECT_GT(manyDelivered, 100u);
+    EXPECT_GT(decodeFailures, 200u);
+    EXPECT_GT(base64Failures, 200u);
+}
+
+namespace {
+
+// A cache owner that counts what it is given and lets it go at once, so
+// that a text of very many CRLs needs no room for them.
+struct CountingOwner {
+    static inline size_t accepted = 0;
+    static inline SecurityContext* context = nullptr;
+
+    static StatusCode accept(CrlObject* crl, CrlCache*) {
+        ++accepted;
+        return qxcrl_Destroy(context, &crl);
+    }
+
+    explicit CountingOwner(SecurityContext* ctx) : parent{"tests", nullptr, ctx} {
+        accepted = 0;
+        context = ctx;
+    }
+
+    LayerComponent parent;
+    CrlCache cache{};
+    CrlCacheOwner owner{&parent, &CountingOwner::accept, &cache};
+};
+
+} // namespace
+
+TEST_F(CrlPemTest, ManyBlocksOfEveryLabelReadInLinearTime) {
+    const Bytes der = make_crl(shared_issuer(), CrlOptions{});
+    CrlObject* crl = nullptr;
+    ASSERT_EQ(qxcrl_CreateCtx(ctx_, &crl, der.data(), size_of(der)), 0u);
+    char* pem = nullptr;
+    uint32_t length = 0;
+    ASSERT_EQ(qxcrl_GetBase64(ctx_, crl, &pem, &length), 0u);
+    const std::string writer(pem, length);
+    qxumfree(ctx_, &pem);
+    qxcrl_Destroy(ctx_, &crl);
+    const size_t from = std::strlen(QX_STR_CRL_HEADER);
+    const std::string body =
+        writer.substr(from, writer.size() - std::strlen(QX_STR_CRL_FOOTER3) - from);
+
+    // Every label but the primary one: each block used to cost a search of
+    // the rest of the text for the primary markers, which never come.
+    constexpr size_t blocks = 60000;
+    for (size_t label = 1; label < 4; ++label) {
+        SCOPED_TRACE(begin_markers[label]);
+        std::string text;
+        text.reserve(blocks * (body.size() + 100));
+        for (size_t i = 0; i < blocks; ++i)
+            text += begin_markers[label] + body + end_markers[label] + "\n";
+        CountingOwner owner(ctx_);
+        trace_.clear();
+        const auto started = std::chrono::steady_clock::now();
+        EXPECT_EQ(qxcrl_SetB64Crl(&owner.owner, text.c_str(), 0), 0u);
+        const auto took = std::chrono::steady_clock::now() - started;
+        EXPECT_EQ(CountingOwner::accepted, blocks);
+        // Well under a second when linear; the quadratic search took minutes.
+        EXPECT_LT(took, std::chrono::seconds(10));
+    }
 }

@@ -167,6 +167,54 @@ TEST_F(CliTest, StatusAnswersFromEveryCrlOfEveryFile) {
     EXPECT_EQ(result.out, "revoked\n");
 }
 
+// PEM text of a CRL with the label of its begin and end lines changed.
+std::string relabelled(std::string pem, const std::string& beginLabel,
+                       const std::string& endLabel) {
+    const std::string primary = "X509 CRL-----";
+    pem.replace(pem.find(primary, pem.find("-----BEGIN ")), primary.size(), beginLabel + "-----");
+    pem.replace(pem.find(primary, pem.find("-----END ")), primary.size(), endLabel + "-----");
+    return pem;
+}
+
+TEST_F(CliTest, StatusReadsEveryBlockWhateverItsLabelAndWhatLiesBetween) {
+    ASSERT_EQ(
+        run("create --issuer other.pem --key other.key --next-update 1d --out other.crl").exit, 0);
+    const std::string revoking = slurp(dir_ / "crl.pem"), other = slurp(dir_ / "other.crl");
+    const std::string nul(1, '\0');
+    // Each file holds another issuer's CRL and the one that revokes the leaf.
+    const std::vector<std::pair<std::string, std::string>> files = {
+        {"a NUL between, the revoking CRL second",
+         relabelled(other, "CRL", "CRL") + nul + revoking},
+        {"the revoking CRL first under a label the primary one outranks",
+         relabelled(revoking, "CRL", "CRL") + other},
+        {"every label, NULs between",
+         relabelled(other, "CERTIFICATE REVOCATION LIST", "CERTIFICATE REVOCATION LIST") + nul +
+             nul + "text\n" + relabelled(revoking, "X509CRL", "X509 CRL")},
+    };
+    for (const auto& [what, content] : files) {
+        SCOPED_TRACE(what);
+        write_text(dir_ / "mixed.pem", content);
+        Result result = run("status --cert revoked.pem --crl mixed.pem --issuer ca.pem");
+        EXPECT_EQ(result.exit, 1) << result.err;
+        EXPECT_EQ(result.out, "revoked\n");
+        result = run("status --cert good.pem --crl mixed.pem");
+        EXPECT_EQ(result.exit, 0) << result.err;
+        EXPECT_EQ(result.out, "valid\n");
+    }
+
+    // A block that cannot be read fails the command and names its file, even
+    // past a NUL.
+    std::string corrupt = relabelled(other, "CRL", "CRL");
+    corrupt.insert(corrupt.find('\n') + 5, "!");
+    for (const std::string& content :
+         {revoking + nul + corrupt, corrupt + revoking, revoking + "-----BEGIN CRL-----\nMIIB\n"}) {
+        write_text(dir_ / "bad.pem", content);
+        const Result result = run("status --cert revoked.pem --crl bad.pem");
+        EXPECT_EQ(result.exit, 10) << result.out;
+        EXPECT_NE(result.err.find(" bad.pem: "), std::string::npos) << result.err;
+    }
+}
+
 TEST_F(CliTest, HashNamesTheIssuerOfACrlOrACertificate) {
     const Result fromCrl = run("hash crl.pem");
     ASSERT_EQ(fromCrl.exit, 0) << fromCrl.err;

@@ -15,6 +15,7 @@ TEST(LayerInstance, DefaultsAndContexts) {
     EXPECT_EQ(layer->crlPolicy, 0u);
     EXPECT_EQ(layer->fileContext, qxfile_posix_interface());
     EXPECT_EQ(layer->crlFetchCallbacks, qxldap_fetch_callbacks());
+    EXPECT_EQ(layer->maxFileBytes, 256u * 1024 * 1024);
     EXPECT_EQ(ctx->traceSink, nullptr);
     EXPECT_EQ(ctx->traceLevel, QX_TRACE_LEVEL_FROM_ENV);
     ASSERT_EQ(layer->toolkitContextCount, QX_TOOLKIT_CONTEXT_COUNT);
@@ -40,10 +41,12 @@ TEST(LayerInstance, ConfigurationAndBadArguments) {
     config.toolkitMode = 1;
     config.crlPolicy = 4;
     config.traceLevel = 2;
+    config.maxFileBytes = 4096;
     SecurityContext* ctx = nullptr;
     ASSERT_EQ(qxlayer_create(&config, &ctx), 0u);
     EXPECT_EQ(ctx->layerContext->toolkitMode, 1u);
     EXPECT_EQ(ctx->layerContext->crlPolicy, 4u);
+    EXPECT_EQ(ctx->layerContext->maxFileBytes, 4096u);
     EXPECT_EQ(ctx->traceLevel, 2u);
     qxlayer_destroy(&ctx);
 

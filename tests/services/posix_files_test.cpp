@@ -10,6 +10,7 @@
 #include "files.h"
 #include "layer_fixture.h"
 #include "test_pki.h"
+#include "watchdog.h"
 
 using namespace qxtest;
 
@@ -121,6 +122,33 @@ TEST(PosixFiles, MissingPathsAndDirectoriesAreRefused) {
     EXPECT_EQ(files->dskmknam(files, nullptr, nullptr, 0, 0), nullptr);
     EXPECT_EQ(files->dskcls(files, nullptr), 0);
     files->dskfno(files, nullptr);
+}
+
+TEST(PosixFiles, SpecialFilesAreRefusedWithoutWaiting) {
+    TempDir dir;
+    make_fifo(dir / "fifo");
+    const QxFileInterface* files = qxfile_posix_interface();
+    const size_t descriptors = open_descriptors();
+    for (const std::string& path :
+         {(dir / "fifo").string(), std::string("/dev/zero"), std::string("/dev/null")}) {
+        SCOPED_TRACE(path);
+        void* name = files->dskmknam(files, nullptr, path.c_str(), 0, 0);
+        ASSERT_NE(name, nullptr);
+        uint64_t size = 0;
+        EXPECT_NE(files->dsklenn(files, name, &size), 0);
+        // Opened as if a regular file had stood there when the size was
+        // taken: a FIFO must not wait for a writer that never comes.
+        void* file = files->dsklini(files, 1, 0, 0, 0, 1, nullptr);
+        const std::optional<uint32_t> opened = result_within(std::chrono::seconds(10), [&] {
+            return static_cast<uint32_t>(files->dskopn(files, file, name));
+        });
+        ASSERT_TRUE(opened.has_value()) << "dskopn did not return";
+        EXPECT_NE(*opened, 0u);
+        EXPECT_NE(files->dskopn(files, file, name), 0);
+        EXPECT_EQ(files->dskcls(files, file), 0);
+        files->dskfno(files, name);
+    }
+    EXPECT_EQ(open_descriptors(), descriptors);
 }
 
 TEST(PosixFiles, CloseReleasesTheDescriptorAndASecondOpenIsRefused) {

@@ -5,6 +5,10 @@
 #include <iterator>
 #include <stdexcept>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 namespace qxtest {
@@ -38,6 +42,20 @@ void write_file(const std::filesystem::path& path, const std::vector<unsigned ch
 
 void write_text(const std::filesystem::path& path, const std::string& text) {
     write_file(path, std::vector<unsigned char>(text.begin(), text.end()));
+}
+
+void make_fifo(const std::filesystem::path& path) {
+    if (mkfifo(path.c_str(), 0600) != 0)
+        throw std::runtime_error("cannot make the FIFO " + path.string());
+}
+
+void make_sparse_file(const std::filesystem::path& path, uint64_t size) {
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    const bool made = fd >= 0 && ftruncate(fd, static_cast<off_t>(size)) == 0;
+    if (fd >= 0)
+        close(fd);
+    if (!made)
+        throw std::runtime_error("cannot make the sparse file " + path.string());
 }
 
 int run_in(const std::filesystem::path& dir, const std::string& command) {

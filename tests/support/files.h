@@ -3,6 +3,7 @@
 #ifndef QXCRL_TESTS_SUPPORT_FILES_H
 #define QXCRL_TESTS_SUPPORT_FILES_H
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -25,6 +26,12 @@ class TempDir {
 std::vector<unsigned char> read_file(const std::filesystem::path& path);
 void write_file(const std::filesystem::path& path, const std::vector<unsigned char>& bytes);
 void write_text(const std::filesystem::path& path, const std::string& text);
+
+// A FIFO at path, which opening for reading waits on until a writer comes.
+void make_fifo(const std::filesystem::path& path);
+
+// A file of size zero bytes at path that takes no room on disk: a hole.
+void make_sparse_file(const std::filesystem::path& path, uint64_t size);
 
 // Runs a shell command in dir; its exit status, with output in log.txt there.
 int run_in(const std::filesystem::path& dir, const std::string& command);

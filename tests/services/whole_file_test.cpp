@@ -1,0 +1,158 @@
+// Whole-file reads of the layer (qxfile_read_whole, and the certificate and
+// key loaders that read through it) on real special files: a FIFO, devices,
+// a directory, sparse files over the size limit and files exactly at it.
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "files.h"
+#include "layer_fixture.h"
+#include "test_pki.h"
+#include "watchdog.h"
+
+using namespace qxtest;
+
+namespace {
+
+constexpr std::chrono::seconds no_hang(10);
+
+class WholeFileTest : public LayerTest {
+  protected:
+    void SetUp() override {
+        LayerTest::SetUp();
+        write_text(dir_ / "cert.pem", cert_pem(shared_issuer().cert.get()));
+        write_text(dir_ / "key.pem", key_pem(shared_issuer().key.get()));
+    }
+
+    std::string path(const std::string& name) const { return (dir_ / name).string(); }
+
+    // Reads path whole with qxfile_read_whole; the bytes read in *content.
+    StatusCode read_whole(const std::string& file, Bytes* content = nullptr) {
+        unsigned char* bytes = nullptr;
+        uint32_t length = 77;
+        const StatusCode status = qxfile_read_whole(ctx_, file.c_str(), &bytes, &length);
+        EXPECT_EQ(bytes == nullptr, status != 0);
+        if (status != 0) {
+            EXPECT_EQ(length, 0u);
+        } else if (content != nullptr) {
+            *content = Bytes(bytes, bytes + length);
+        }
+        qxumfree(ctx_, &bytes);
+        return status;
+    }
+
+    // The three ways a file reaches the layer whole, each giving its status.
+    std::vector<std::pair<std::string, std::function<StatusCode(const std::string&)>>> readers() {
+        return {
+            {"qxfile_read_whole", [this](const std::string& file) { return read_whole(file); }},
+            {"qxcert_from_file",
+             [this](const std::string& file) {
+                 CertificateRecord* record = nullptr;
+                 const StatusCode status = qxcert_from_file(ctx_, file.c_str(), &record);
+                 qxcert_free(ctx_, &record);
+                 return status;
+             }},
+            {"qxdk_key_from_file",
+             [this](const std::string& file) {
+                 QxPrivateKey* key = nullptr;
+                 const StatusCode status = qxdk_key_from_file(ctx_, file.c_str(), nullptr, &key);
+                 qxdk_key_free(ctx_, &key);
+                 return status;
+             }},
+        };
+    }
+
+    TempDir dir_;
+};
+
+} // namespace
+
+TEST_F(WholeFileTest, ReadsRegularFilesWhole) {
+    Bytes content;
+    ASSERT_EQ(read_whole(path("cert.pem"), &content), 0u);
+    EXPECT_EQ(content, read_file(dir_ / "cert.pem"));
+    write_file(dir_ / "empty", {});
+    EXPECT_EQ(read_whole(path("empty"), &content), 0u);
+    EXPECT_TRUE(content.empty());
+    EXPECT_EQ(read_whole(path("missing")), QXL_ERR_FILE);
+
+    unsigned char* bytes = nullptr;
+    uint32_t length = 0;
+    SecurityContext bare{};
+    EXPECT_EQ(qxfile_read_whole(nullptr, path("cert.pem").c_str(), &bytes, &length),
+              QXL_ERR_BAD_ARGUMENT);
+    EXPECT_EQ(qxfile_read_whole(&bare, path("cert.pem").c_str(), &bytes, &length),
+              QXL_ERR_BAD_ARGUMENT);
+    EXPECT_EQ(qxfile_read_whole(ctx_, nullptr, &bytes, &length), QXL_ERR_BAD_ARGUMENT);
+    EXPECT_EQ(qxfile_read_whole(ctx_, path("cert.pem").c_str(), nullptr, &length),
+              QXL_ERR_BAD_ARGUMENT);
+    EXPECT_EQ(qxfile_read_whole(ctx_, path("cert.pem").c_str(), &bytes, nullptr),
+              QXL_ERR_BAD_ARGUMENT);
+    EXPECT_EQ(bytes, nullptr);
+}
+
+TEST_F(WholeFileTest, SpecialFilesAreRefusedAtOnce) {
+    make_fifo(dir_ / "fifo");
+    std::filesystem::create_directory(dir_ / "directory");
+    for (auto& [reader, read] : readers()) {
+        SCOPED_TRACE(reader);
+        // No writer ever comes: a reader that waits for one never returns.
+        EXPECT_EQ(result_within(no_hang, [&] { return read(path("fifo")); }), QXL_ERR_FILE);
+        for (const std::string& special :
+             {std::string("/dev/zero"), std::string("/dev/null"), path("directory")}) {
+            SCOPED_TRACE(special);
+            const uint64_t allocations = qxum_allocation_count(layer());
+            EXPECT_EQ(read(special), QXL_ERR_FILE);
+            EXPECT_EQ(qxum_allocation_count(layer()), allocations);
+        }
+    }
+}
+
+TEST_F(WholeFileTest, SizeLimitIsAppliedBeforeAnyAllocation) {
+    // Each reader on a file it can read, the limit set to that file's size:
+    // the file loads, and a file one byte larger is refused without a byte
+    // read or allocated.
+    const auto all = readers();
+    const std::pair<size_t, const char*> cases[] = {
+        {0, "cert.pem"}, {1, "cert.pem"}, {2, "key.pem"}};
+    for (const auto& [reader, name] : cases) {
+        SCOPED_TRACE(all[reader].first + " on " + name);
+        const uint64_t size = read_file(dir_ / name).size();
+        layer()->maxFileBytes = static_cast<uint32_t>(size);
+        EXPECT_EQ(all[reader].second(path(name)), 0u);
+        make_sparse_file(dir_ / "sparse", size + 1);
+        const uint64_t allocations = qxum_allocation_count(layer());
+        EXPECT_EQ(all[reader].second(path("sparse")), QXL_ERR_FILE);
+        EXPECT_EQ(qxum_allocation_count(layer()), allocations);
+    }
+
+    // The default: 256 MiB, and one byte more is refused at once.
+    EXPECT_EQ(QX_DEFAULT_MAX_FILE_BYTES, 256u * 1024 * 1024);
+    layer()->maxFileBytes = QX_DEFAULT_MAX_FILE_BYTES;
+    make_sparse_file(dir_ / "sparse", uint64_t{QX_DEFAULT_MAX_FILE_BYTES} + 1);
+    const uint64_t allocations = qxum_allocation_count(layer());
+    EXPECT_EQ(read_whole(path("sparse")), QXL_ERR_FILE);
+    EXPECT_EQ(qxum_allocation_count(layer()), allocations);
+
+    // A limit of 0 admits only empty files.
+    layer()->maxFileBytes = 0;
+    write_file(dir_ / "empty", {});
+    write_file(dir_ / "one", {0x30});
+    EXPECT_EQ(read_whole(path("empty")), 0u);
+    EXPECT_EQ(read_whole(path("one")), QXL_ERR_FILE);
+}
+
+TEST_F(WholeFileTest, AllocationFailureSweep) {
+    const Bytes expected = read_file(dir_ / "key.pem");
+    Bytes content;
+    sweep_allocations([&] { return read_whole(path("key.pem"), &content); },
+                      [&](StatusCode status, bool injected) {
+                          EXPECT_EQ(status, injected ? QXL_ERR_OUT_OF_MEMORY : 0u);
+                          if (!injected) {
+                              EXPECT_EQ(content, expected);
+                          }
+                      });
+}
