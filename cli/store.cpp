@@ -25,6 +25,12 @@ struct Name {
     R_CERT_NAME* name = nullptr;
 };
 
+StatusCode print_version(void*, uint32_t version, const char* text, uint32_t length) {
+    std::printf("# version %u\n", version);
+    std::fwrite(text, 1, length, stdout);
+    return 0;
+}
+
 } // namespace
 
 int hash_command(int argc, char** argv) {
@@ -140,24 +146,18 @@ int stored_command(int argc, char** argv) {
             session.open(arguments, arguments.value("--db").value_or("qxstore.db")))
         return report("making the layer", status);
     const std::string& name = arguments.positionals()[0];
-    const uint32_t last = arguments.has("--history") ? UINT32_MAX : 0;
-    for (uint32_t version = 0;; ++version) {
-        char* text = nullptr;
-        uint32_t length = 0;
-        const uint32_t status = qxir_read(session.ctx(), name.c_str(), version, &text, &length);
-        if (status != 0) {
-            // Running out of versions ends the history; none at all is a failure.
-            if (version == 0)
-                return report("reading " + name, status);
-            break;
-        }
-        if (last != 0)
-            std::printf("# version %u\n", version);
-        std::fwrite(text, 1, length, stdout);
-        qxumfree(session.ctx(), &text);
-        if (version == last)
-            break;
+    if (arguments.has("--history")) {
+        if (const uint32_t status =
+                qxir_read_history(session.ctx(), name.c_str(), print_version, nullptr))
+            return report("reading " + name, status);
+        return 0;
     }
+    char* text = nullptr;
+    uint32_t length = 0;
+    if (const uint32_t status = qxir_read(session.ctx(), name.c_str(), 0, &text, &length))
+        return report("reading " + name, status);
+    std::fwrite(text, 1, length, stdout);
+    qxumfree(session.ctx(), &text);
     return 0;
 }
 

@@ -557,10 +557,17 @@ typedef struct QxStoreHandle QxStoreHandle;
 #define QX_STORE_MODE_WRITE 1u
 #define QX_STORE_KIND_NAMED_TEXT 21u
 
+/* The longest name a text is stored or read under, in bytes without the NUL. */
+#define QX_STORE_MAX_NAME_LENGTH 65536u
+
 /*
  * Opens the layer's store (the SQLite file of ctx's layer) for the named text
- * of descriptor into a new *handle. QXL_ERR_STORE when the file cannot be
- * opened or the arguments are not a CRL store opened for writing.
+ * of descriptor into a new *handle. QXL_ERR_STORE, with a trace saying why,
+ * when the arguments are not a CRL store opened for writing, the name is
+ * longer than QX_STORE_MAX_NAME_LENGTH or holds a NUL byte, or the file
+ * cannot be opened for writing (not a regular file, read-only, not an SQLite
+ * database, or holding triggers or views). Writers opening a file nobody has
+ * set up yet do not get in each other's way.
  */
 QXCRL_API StatusCode qxiropen(SecurityContext* ctx, QxStoreHandle** handle, uint32_t storeClass,
                               uint32_t format, uint32_t mode, const QxStoreDescriptor* descriptor);
@@ -582,6 +589,25 @@ QXCRL_API void qxirclose(SecurityContext* ctx, QxStoreHandle** handle);
  */
 QXCRL_API StatusCode qxir_read(SecurityContext* ctx, const char* name, uint32_t version,
                                char** text, uint32_t* length);
+
+/*
+ * Called by qxir_read_history once per version, newest first: version 0 is
+ * the current text. text (length bytes, then a NUL) belongs to the store and
+ * is valid only during the call. A non-zero return ends the walk, and
+ * qxir_read_history returns that status.
+ */
+typedef StatusCode (*QxStoredTextVisitor)(void* arg, uint32_t version, const char* text,
+                                          uint32_t length);
+
+/*
+ * Hands every version of the text stored under name to visit, newest first,
+ * in one pass over the store as it was when the walk began. QXL_ERR_STORE
+ * when name has no text or the store cannot be read; a failure after some
+ * versions ends the walk there. QXL_ERR_BAD_ARGUMENT without ctx, name or
+ * visit.
+ */
+QXCRL_API StatusCode qxir_read_history(SecurityContext* ctx, const char* name,
+                                       QxStoredTextVisitor visit, void* arg);
 
 /* ------------------------------------------------------------ LDAP fetch */
 

@@ -25,10 +25,14 @@ inline std::string slurp(const std::filesystem::path& path) {
     return std::string(bytes.begin(), bytes.end());
 }
 
-// Runs `qxcrl ARGS` in dir (a shell fragment, already quoted).
-inline Result qxcrl(const std::filesystem::path& dir, const std::string& arguments) {
-    const std::string command =
-        "cd '" + dir.string() + "' && '" QXCRL_CLI "' " + arguments + " > cli.out 2> cli.err";
+// Runs `qxcrl ARGS` in dir (a shell fragment, already quoted); with a bound,
+// the command is killed after that many seconds and exits 124.
+inline Result qxcrl(const std::filesystem::path& dir, const std::string& arguments,
+                    unsigned boundSeconds = 0) {
+    const std::string bound =
+        boundSeconds != 0 ? "timeout " + std::to_string(boundSeconds) + " " : "";
+    const std::string command = "cd '" + dir.string() + "' && " + bound + "'" QXCRL_CLI "' " +
+                                arguments + " > cli.out 2> cli.err";
     const int status = std::system(command.c_str());
     Result result;
     result.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;

@@ -7,6 +7,7 @@
 
 #include "cli_run.h"
 #include "files.h"
+#include "qxcrl.h"
 #include "slapd.h"
 #include "test_pki.h"
 
@@ -276,6 +277,46 @@ TEST_F(CliTest, StoreKeepsEveryVersion) {
     result = run("stored nobody --db s.db");
     EXPECT_EQ(result.exit, 10);
     EXPECT_EQ(result.err, "qxcrl: reading nobody: 29370 QXL_ERR_STORE\n");
+}
+
+// A long history printed in one pass. Read one version at a time, version k
+// cost k steps of skipping, and 20,000 versions took well over the bound.
+TEST(CliStoreTest, StoredHistoryOfTwentyThousandVersions) {
+    const TempDir dir;
+    constexpr uint32_t count = 20000;
+    std::vector<std::string> texts;
+    for (uint32_t index = 0; index <= count; ++index)
+        texts.push_back("text " + std::to_string(index) + "\n");
+    {
+        std::vector<QxStoreItem> items;
+        for (const std::string& text : texts)
+            items.push_back({text.data(), static_cast<uint32_t>(text.size())});
+        const QxStoreItemList list{static_cast<uint32_t>(items.size()), items.data()};
+        const std::string path = (dir / "many.db").string();
+        QxLayerConfig config;
+        qxlayer_default_config(&config);
+        config.storePath = path.c_str();
+        SecurityContext* ctx = nullptr;
+        ASSERT_EQ(qxlayer_create(&config, &ctx), 0u);
+        QxStoreDescriptor descriptor{};
+        descriptor.kind = QX_STORE_KIND_NAMED_TEXT;
+        descriptor.name = "ca";
+        descriptor.nameLength = 2;
+        descriptor.format = QX_STORE_FORMAT_PEM;
+        QxStoreHandle* handle = nullptr;
+        EXPECT_EQ(qxiropen(ctx, &handle, QX_STORE_CLASS_CRL, QX_STORE_FORMAT_PEM,
+                           QX_STORE_MODE_WRITE, &descriptor),
+                  0u);
+        EXPECT_EQ(qxirstore(ctx, handle, &list), 0u); // one transaction for all
+        qxirclose(ctx, &handle);
+        qxlayer_destroy(&ctx);
+    }
+    const Result result = qxcrl(dir.path(), "stored ca --db many.db --history", 30);
+    ASSERT_EQ(result.exit, 0) << "exit 124 is the bound of 30 s running out; " << result.err;
+    std::string expected;
+    for (uint32_t version = 0; version <= count; ++version)
+        expected += "# version " + std::to_string(version) + "\n" + texts[count - version];
+    EXPECT_TRUE(result.out == expected) << result.out.size() << " bytes out";
 }
 
 TEST_F(CliTest, FetchWithoutDistributionPointsFails) {

@@ -13,7 +13,6 @@
 #include <string>
 #include <vector>
 
-#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,103 +21,11 @@
 #include "files.h"
 #include "fixed_clock.h"
 #include "layer_fixture.h"
+#include "store_calls.h"
 
 using namespace qxtest;
 
 namespace {
-
-QxStoreDescriptor named(const char* name, uint32_t length) {
-    QxStoreDescriptor descriptor;
-    std::memset(&descriptor, 0xA5, sizeof descriptor); // the module sets nothing else
-    descriptor.kind = QX_STORE_KIND_NAMED_TEXT;
-    descriptor.name = name;
-    descriptor.nameLength = length;
-    descriptor.format = QX_STORE_FORMAT_PEM;
-    return descriptor;
-}
-
-// The descriptor borrows the name: it must outlive the descriptor's use.
-QxStoreDescriptor named(const std::string& name) {
-    return named(name.c_str(), static_cast<uint32_t>(name.size()));
-}
-
-QxStoreDescriptor named(const char* name) {
-    return named(name, static_cast<uint32_t>(std::strlen(name)));
-}
-
-StatusCode open_for(SecurityContext* ctx, const QxStoreDescriptor& descriptor,
-                    QxStoreHandle** handle) {
-    return qxiropen(ctx, handle, QX_STORE_CLASS_CRL, QX_STORE_FORMAT_PEM, QX_STORE_MODE_WRITE,
-                    &descriptor);
-}
-
-StatusCode store(SecurityContext* ctx, QxStoreHandle* handle,
-                 const std::vector<std::string>& texts) {
-    std::vector<QxStoreItem> items;
-    for (const std::string& text : texts)
-        items.push_back({text.data(), static_cast<uint32_t>(text.size())});
-    const QxStoreItemList list{static_cast<uint32_t>(items.size()), items.data()};
-    return qxirstore(ctx, handle, &list);
-}
-
-// The text of a version, or nothing when the store has none.
-std::optional<std::string> read_back(SecurityContext* ctx, const std::string& name,
-                                     uint32_t version) {
-    char* text = nullptr;
-    uint32_t length = 0;
-    const StatusCode status = qxir_read(ctx, name.c_str(), version, &text, &length);
-    if (status != 0) {
-        EXPECT_EQ(status, QXL_ERR_STORE);
-        EXPECT_EQ(text, nullptr);
-        return std::nullopt;
-    }
-    EXPECT_EQ(text[length], '\0');
-    std::string copy(text, length);
-    qxumfree(ctx, &text);
-    return copy;
-}
-
-// Every version of name, current first.
-std::vector<std::string> versions(SecurityContext* ctx, const std::string& name) {
-    std::vector<std::string> found;
-    for (uint32_t version = 0;; ++version) {
-        std::optional<std::string> text = read_back(ctx, name, version);
-        if (!text)
-            return found;
-        found.push_back(*text);
-    }
-}
-
-// Rows of a query on the store file, each column as text.
-std::vector<std::vector<std::string>> query(const std::filesystem::path& path,
-                                            const std::string& sql) {
-    std::vector<std::vector<std::string>> rows;
-    sqlite3* db = nullptr;
-    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
-        ADD_FAILURE() << "cannot open " << path << ": " << sqlite3_errmsg(db);
-        sqlite3_close(db);
-        return rows;
-    }
-    sqlite3_stmt* stmt = nullptr;
-    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr) != SQLITE_OK) {
-        ADD_FAILURE() << sql << ": " << sqlite3_errmsg(db);
-    } else {
-        int step = 0;
-        while ((step = sqlite3_step(stmt)) == SQLITE_ROW) {
-            std::vector<std::string> row;
-            for (int column = 0; column < sqlite3_column_count(stmt); ++column) {
-                const auto* bytes = static_cast<const char*>(sqlite3_column_blob(stmt, column));
-                row.emplace_back(bytes == nullptr ? "" : bytes,
-                                 static_cast<size_t>(sqlite3_column_bytes(stmt, column)));
-            }
-            rows.push_back(row);
-        }
-        EXPECT_EQ(step, SQLITE_DONE) << sqlite3_errmsg(db);
-    }
-    sqlite3_finalize(stmt);
-    sqlite3_close(db);
-    return rows;
-}
 
 class StoreTest : public LayerTest {
   protected:
@@ -325,19 +232,15 @@ TEST_F(StoreTest, FilesThatCannotBeWrittenGiveTheStoreStatus) {
     // in the way.
     std::filesystem::permissions(dir_.path(), std::filesystem::perms::others_all,
                                  std::filesystem::perm_options::add);
-    const pid_t child = fork();
-    ASSERT_NE(child, -1);
-    if (child == 0) {
-        if (geteuid() == 0 && setuid(65534) != 0)
-            _exit(2);
-        QxStoreHandle* refused = nullptr;
-        const StatusCode status = open_for(ctx_, named("ca"), &refused);
-        _exit(status == QXL_ERR_STORE && refused == nullptr ? 0 : 1);
-    }
-    int wstatus = 0;
-    ASSERT_EQ(waitpid(child, &wstatus, 0), child);
-    ASSERT_TRUE(WIFEXITED(wstatus));
-    EXPECT_EQ(WEXITSTATUS(wstatus), 0);
+    trace_.clear();
+    const int refused = run_unprivileged([&] {
+        QxStoreHandle* readOnly = nullptr;
+        if (open_for(ctx_, named("ca"), &readOnly) != QXL_ERR_STORE || readOnly != nullptr)
+            return 1;
+        // The trace names the cause, not the last SQLite call that went well.
+        return store_traced(trace_, "qxiropen", path_, "the file is read-only") ? 0 : 2;
+    });
+    EXPECT_EQ(refused, 0);
     EXPECT_EQ(read_back(ctx_, "ca", 0), "kept");
 }
 

@@ -12,7 +12,8 @@ namespace qxtest {
 
 class TempDir {
   public:
-    TempDir();
+    // A new directory in parent, by default the system's place for them.
+    explicit TempDir(const std::filesystem::path& parent = std::filesystem::temp_directory_path());
     ~TempDir();
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
