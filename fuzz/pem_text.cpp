@@ -1,10 +1,10 @@
 // PEM text of any shape delivered into a cache.
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <vector>
 
 #include "fuzz_layer.h"
+#include "text_cache.h"
 
 namespace {
 
@@ -19,21 +19,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     SecurityContext* ctx = qxfuzz::layer();
     qxfuzz::BlockCheck check(ctx);
-    std::vector<char> text(size + 1);
-    if (size != 0)
-        std::memcpy(text.data(), data, size);
-    text[size] = '\0';
-
-    CrlCacheOwner* owner = nullptr;
-    if (qxcrl_CreateCacheOwner(ctx, cache_capacity, &owner) != 0)
-        std::abort();
-    qxcrl_SetB64Crl(owner, text.data(), static_cast<uint32_t>(size));
-    // What the cache holds must add up.
-    uint32_t used = 0;
-    for (const CrlCacheEntry* entry = owner->crlCache->head; entry != nullptr; entry = entry->next)
-        used += entry->size;
-    if (used != owner->crlCache->used || used > owner->crlCache->capacity)
-        std::abort();
-    qxcrl_DestroyCacheOwner(&owner);
+    const std::vector<char> text = qxfuzz::terminated_text(data, size);
+    const qxfuzz::InputCache cache(ctx, cache_capacity);
+    qxcrl_SetB64Crl(cache.owner(), text.data(), static_cast<uint32_t>(size));
+    qxfuzz::check_cache(cache.owner()->crlCache);
     return 0;
 }

@@ -1,15 +1,23 @@
 #!/usr/bin/env bash
 # Fills <out>/<target>/ (default build-fuzz/seeds) with seed inputs made from
-# the CRLs of the shared corpus ($QXCRL_CORPUS or ../shared/corpus):
-# DER for der_details, DER and PEM for file_load, PEM for pem_text and PEM
-# bodies for base64. Files over 64 KiB are left out: libFuzzer sizes its
-# inputs after the largest seed, and megabyte inputs would slow every run.
+# the shared corpus ($QXCRL_CORPUS or ../shared/corpus) and from a small PKI
+# that fuzz/seed_pki.sh makes with the openssl command:
+#   der_details  DER CRLs              file_load  DER and PEM CRLs
+#   pem_text     PEM CRLs              base64     PEM bodies
+#   concat_status  PEM CRLs with the certificates of their issuers
+#   cert_record  a certificate, then "--qxfetch--", a control byte and the
+#                DER of its issuer's CRL (what fuzz/cert_record.cpp reads)
+#   private_key  keys of several algorithms and forms, some encrypted
+# Files over 64 KiB are left out: libFuzzer sizes its inputs after the
+# largest seed, and megabyte inputs would slow every run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 out=${1:-build-fuzz/seeds}
 corpus=${QXCRL_CORPUS:-../shared/corpus}
 max_bytes=65536
+separator='--qxfetch--'
+targets=(der_details file_load pem_text base64 concat_status cert_record private_key)
 
 if [ ! -d "$corpus" ]; then
     echo "seed.sh: no corpus at $corpus" >&2
@@ -17,22 +25,41 @@ if [ ! -d "$corpus" ]; then
 fi
 
 rm -rf "$out"
-mkdir -p "$out"/{der_details,file_load,pem_text,base64}
+for target in "${targets[@]}"; do
+    mkdir -p "$out/$target"
+done
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
+small() {
+    [ "$(stat -c %s "$1")" -le "$max_bytes" ]
+}
+
+# fetch_seed <certificate> <control byte> <CRL DER>: the cert_record layout
+# with one answer.
+fetch_seed() {
+    cat "$1"
+    printf '%s' "$separator"
+    printf "\\x$2"
+    cat "$3"
+}
+
+# CRLs of the corpus, and each one's PEM by its issuer's hash, so that
+# certificates can be put with the CRL of their issuer.
+declare -A crl_der_of crl_pem_of
 count=0
 while IFS= read -r -d '' file; do
-    [ "$(stat -c %s "$file")" -le "$max_bytes" ] || continue
+    small "$file" || continue
     name=$(sha1sum "$file" | cut -c1-16)
     der="$work/$name.der"
     # The DER of the file as openssl reads it, either form; malformed DER
     # that openssl refuses is kept as it is, since it makes good seeds.
     if openssl crl -inform DER -in "$file" -outform DER -out "$der" 2>/dev/null ||
         openssl crl -inform PEM -in "$file" -outform DER -out "$der" 2>/dev/null; then
-        :
+        hash=$(openssl crl -inform DER -in "$der" -noout -hash 2>/dev/null || true)
     elif [[ "$file" != *.pem ]]; then
         cp "$file" "$der"
+        hash=
     else
         continue
     fi
@@ -43,6 +70,10 @@ while IFS= read -r -d '' file; do
         cp "$pem" "$out/pem_text/$name"
         cp "$pem" "$out/file_load/$name.pem"
         grep -v -- '-----' "$pem" >"$out/base64/$name"
+        if [ -n "$hash" ] && [ -z "${crl_der_of[$hash]:-}" ]; then
+            crl_der_of[$hash]=$der
+            crl_pem_of[$hash]=$pem
+        fi
     fi
     count=$((count + 1))
 done < <(find "$corpus/pkits/crls" "$corpus/edge" "$corpus/realworld" -type f \
@@ -53,7 +84,77 @@ done < <(find "$corpus/pkits/crls" "$corpus/edge" "$corpus/realworld" -type f \
 mapfile -t texts < <(find "$out/pem_text" -type f | sort)
 cat "${texts[@]:0:3}" >"$out/pem_text/concatenated"
 
-for target in der_details file_load pem_text base64; do
+# Certificates of the corpus: alone and with their issuer's CRL for
+# cert_record (control byte 01: every URL counts as a directory's), and in
+# a bundle with that CRL for concat_status.
+n=0
+while IFS= read -r -d '' file; do
+    small "$file" || continue
+    # Few processes per file: there are hundreds of them.
+    n=$((n + 1))
+    cert=$file
+    if [[ "$file" == *.pem ]]; then
+        cert="$work/cert-$n.der"
+        openssl x509 -in "$file" -outform DER -out "$cert" 2>/dev/null || continue
+    fi
+    hash=$(openssl x509 -inform DER -in "$cert" -noout -issuer_hash 2>/dev/null) || continue
+    if [ -n "${crl_der_of[$hash]:-}" ]; then
+        fetch_seed "$cert" 01 "${crl_der_of[$hash]}" >"$out/cert_record/cert-$n"
+        { cat "${crl_pem_of[$hash]}"; openssl x509 -inform DER -in "$cert"; } \
+            >"$out/concat_status/cert-$n"
+    else
+        cp "$cert" "$out/cert_record/cert-$n"
+    fi
+done < <(find "$corpus" -type f \( -name '*.crt' -o -name '*.cer' -o -name '*.der' -o \
+    -name '*.pem' \) -print0 | sort -z)
+# Bundles as they were found: CRLs and certificates in one file.
+while IFS= read -r -d '' file; do
+    small "$file" || continue
+    cp "$file" "$out/concat_status/$(sha1sum "$file" | cut -c1-16)"
+done < <(find "$corpus" -type f -name '*.pem' -exec grep -qa 'BEGIN CERTIFICATE' {} \; \
+    -exec grep -qa 'CRL-----' {} \; -print0 | sort -z)
+
+while IFS= read -r -d '' file; do
+    cp "$file" "$out/private_key/$(basename "$file")"
+done < <(find "$corpus" -type f \( -name '*.key' -o -name '*.pri' \) -print0)
+
+# The PKI made here: current and expired CRLs, a revoked leaf with LDAP
+# distribution points, and keys in every form.
+pki="$work/pki"
+fuzz/seed_pki.sh "$pki"
+for crl in crl crl2 long-crl; do
+    openssl crl -in "$pki/$crl.pem" -outform DER -out "$work/$crl.der"
+    cp "$work/$crl.der" "$out/der_details/pki-$crl"
+    cp "$pki/$crl.pem" "$out/pem_text/pki-$crl"
+done
+cp "$pki"/keys/* "$out/private_key/"
+for leaf in leaf leaf2 leaf3 long-leaf; do
+    openssl x509 -in "$pki/$leaf.pem" -outform DER -out "$work/$leaf.der"
+done
+seeds="$out/cert_record"
+fetch_seed "$work/leaf.der" 00 "$work/crl.der" >"$seeds/pki-leaf"
+fetch_seed "$pki/leaf.pem" 00 "$work/crl.der" >"$seeds/pki-leaf-pem"
+fetch_seed "$work/leaf2.der" 00 "$work/crl.der" >"$seeds/pki-leaf-not-revoked"
+fetch_seed "$work/leaf3.der" 00 "$work/crl2.der" >"$seeds/pki-leaf-expired-crl"
+fetch_seed "$work/long-leaf.der" 00 "$work/long-crl.der" >"$seeds/pki-leaf-long-issuer"
+printf 'not a CRL' >"$work/garbage"
+fetch_seed "$work/leaf.der" 00 "$work/garbage" >"$seeds/pki-leaf-garbage"
+# Nothing from the first directory, another issuer's CRL with a failure
+# from the second, the issuer's CRL from the third.
+{
+    fetch_seed "$work/leaf.der" 04 /dev/null
+    fetch_seed /dev/null 02 "$work/crl2.der"
+    fetch_seed /dev/null 00 "$work/crl.der"
+} >"$seeds/pki-leaf-third-answer"
+cp "$work/leaf.der" "$seeds/pki-leaf-alone"
+seeds="$out/concat_status"
+(cd "$pki" && cat ca.pem leaf.pem crl.pem leaf2.pem ca2.pem crl2.pem leaf3.pem) >"$seeds/pki-bundle"
+(cd "$pki" && cat crl.pem crl2.pem leaf.pem leaf2.pem leaf3.pem) >"$seeds/pki-crls-first"
+sed 's/$/\r/' "$seeds/pki-bundle" >"$seeds/pki-bundle-crlf"
+(cd "$pki" && cat crl.pem long-crl.pem leaf.pem long-leaf.pem) >"$seeds/pki-long-issuer"
+{ sed 's/X509 CRL/CRL/' "$pki/crl.pem"; cat "$pki/leaf.pem"; } >"$seeds/pki-other-label"
+
+for target in "${targets[@]}"; do
     echo "seed.sh: $target: $(find "$out/$target" -type f | wc -l) seeds"
 done
 [ "$count" -gt 0 ]
