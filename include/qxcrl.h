@@ -143,7 +143,7 @@ QXCRL_API StatusCode qxcrlLOC_LoadCRL(SecurityContext* ctx, CrlObject** crl, con
 /* Loads every PEM CRL of a file into owner->addCrl. */
 QXCRL_API StatusCode qxcrl_LoadConcatCRL(CrlCacheOwner* owner, const char* path);
 
-/* Writes the issuer-hash file name ("xxxxxxxx.r0") into fileName (at least 12 bytes). */
+/* Writes the issuer-hash file name ("xxxxxxxx.rN") into fileName (at least 12 bytes). */
 QXCRL_API StatusCode qxcrl_FileForIssuer(SecurityContext* ctx, R_CERT_NAME* issuerName,
                                          void* unused, char* fileName);
 

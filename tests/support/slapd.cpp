@@ -1,6 +1,7 @@
 #include "slapd.h"
 
 #include <arpa/inet.h>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -242,8 +243,14 @@ std::string Slapd::url(const std::string& dn, const std::string& attribute,
 }
 
 void Slapd::suspend() {
-    if (pid_ > 0)
-        kill(pid_, SIGSTOP);
+    if (pid_ <= 0)
+        return;
+    kill(pid_, SIGSTOP);
+    // The signal takes effect when the server is next scheduled: on a busy
+    // machine it could still answer one request after kill returns.
+    int status = 0;
+    while (waitpid(pid_, &status, WUNTRACED) < 0 && errno == EINTR) {
+    }
 }
 
 void Slapd::resume() {
