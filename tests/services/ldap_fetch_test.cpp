@@ -4,20 +4,16 @@
 // the timeouts, the byte cap, appending to a caller's list, allocation
 // failures, and the layer's callback table.
 #include <algorithm>
-#include <arpa/inet.h>
 #include <chrono>
 #include <cstring>
-#include <fcntl.h>
 #include <memory>
-#include <netinet/in.h>
-#include <poll.h>
 #include <string>
-#include <sys/socket.h>
-#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "fetched_crls.h"
+#include "hostile_ldap.h"
 #include "layer_fixture.h"
 #include "slapd.h"
 #include "test_pki.h"
@@ -29,78 +25,14 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-std::vector<Bytes> ders_of(const FetchedCrlNode* list) {
-    std::vector<Bytes> found;
-    for (const FetchedCrlNode* node = list; node != nullptr; node = node->next)
-        found.emplace_back(node->der, node->der + node->length);
-    return found;
-}
-
 std::vector<Bytes> sorted(std::vector<Bytes> values) {
     std::sort(values.begin(), values.end());
     return values;
 }
 
-Bytes crl_revoking(unsigned char serial) {
-    CrlOptions options;
-    options.revoked.push_back(revoked_serial({serial}));
-    options.crlNumber = serial;
-    return make_crl(shared_issuer(), options);
-}
-
 milliseconds elapsed_since(Clock::time_point start) {
     return std::chrono::duration_cast<milliseconds>(Clock::now() - start);
 }
-
-// A port on 127.0.0.1 that accepts no more connections: its listener's
-// queue is full and never drained, so the kernel drops further attempts
-// and a client's connect waits until it gives up.
-class Unanswering {
-  public:
-    Unanswering() {
-        listener_ = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        if (listener_ < 0 ||
-            bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-            listen(listener_, 0) != 0 ||
-            getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
-            ADD_FAILURE() << "cannot listen on 127.0.0.1";
-            return;
-        }
-        port_ = ntohs(address.sin_port);
-        // Fill the queue until a connection no longer completes.
-        for (int filler = 0; filler < 64; ++filler) {
-            const int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-            fillers_.push_back(fd);
-            const int rc = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-            pollfd waiting{fd, POLLOUT, 0};
-            if (rc != 0 && poll(&waiting, 1, 100) == 0) {
-                full_ = true;
-                return;
-            }
-        }
-        ADD_FAILURE() << "the listener's queue never filled";
-    }
-    ~Unanswering() {
-        for (const int fd : fillers_)
-            close(fd);
-        if (listener_ >= 0)
-            close(listener_);
-    }
-    Unanswering(const Unanswering&) = delete;
-    Unanswering& operator=(const Unanswering&) = delete;
-    uint16_t port() const { return port_; }
-    bool full() const { return full_; }
-
-  private:
-    int listener_ = -1;
-    uint16_t port_ = 0;
-    bool full_ = false;
-    std::vector<int> fillers_;
-};
 
 StatusCode fetch_through_other_table(SecurityContext* ctx, const char* url, FetchedCrlNode** list) {
     return qxldap_fetch_crldp(ctx, url, list);
@@ -109,9 +41,9 @@ StatusCode fetch_through_other_table(SecurityContext* ctx, const char* url, Fetc
 class LdapFetchTest : public LayerTest {
   protected:
     static void SetUpTestSuite() {
-        crlA_ = crl_revoking(0x0A);
-        crlB_ = crl_revoking(0x0B);
-        crlC_ = crl_revoking(0x0C);
+        crlA_ = shared_crl_revoking(0x0A);
+        crlB_ = shared_crl_revoking(0x0B);
+        crlC_ = shared_crl_revoking(0x0C);
         slapd_ = std::make_unique<Slapd>();
         const std::string suffix = Slapd::suffix;
         slapd_->add_crl_entry("cn=one," + suffix, "cRLDistributionPoint", {crlA_});
@@ -324,7 +256,7 @@ TEST_F(LdapFetchTest, AStoppedDirectoryFailsWithinTheNetworkTimeout) {
 }
 
 TEST_F(LdapFetchTest, AnUnansweredConnectGivesUpAtTheNetworkTimeout) {
-    const Unanswering listener;
+    const BlackHole listener;
     ASSERT_TRUE(listener.full());
     constexpr uint32_t networkMs = 300;
     // Far longer, so that only the network timeout can end the wait in time.
@@ -411,7 +343,7 @@ namespace {
 class LdapFetchPlainTest : public LayerTest {
   protected:
     static void SetUpTestSuite() {
-        crl_ = crl_revoking(0x0D);
+        crl_ = shared_crl_revoking(0x0D);
         slapd_ = std::make_unique<Slapd>(Slapd::CrlTransfer::Plain);
         slapd_->add_crl_entry(std::string("cn=plain,") + Slapd::suffix, "cRLDistributionPoint",
                               {crl_});
