@@ -70,10 +70,15 @@ class LdapFetchTest : public LayerTest {
         return qxldap_fetch_crldp(ctx_, url.c_str(), &list_);
     }
 
-    // Installs a table of the layer's own callbacks with these settings.
+    // Installs a table of the layer's own callbacks with these settings and
+    // the defaults for the others.
     void use_settings(uint32_t networkMs, uint32_t operationMs, uint32_t maxBytes) {
-        settings_ = {networkMs, operationMs, maxBytes};
-        table_ = {&settings_, qxldap_is_url, qxldap_fetch_crldp};
+        qxldap_default_settings(&settings_);
+        settings_.networkTimeoutMs = networkMs;
+        settings_.operationTimeoutMs = operationMs;
+        settings_.maxBytes = maxBytes;
+        table_ = *qxldap_fetch_callbacks();
+        table_.settings = &settings_;
         qxlayer_set_fetch_callbacks(ctx_, &table_);
     }
 
@@ -109,6 +114,8 @@ TEST(LdapSettings, DefaultsAndTheLayersTable) {
     EXPECT_EQ(settings.networkTimeoutMs, 5000u);
     EXPECT_EQ(settings.operationTimeoutMs, 10000u);
     EXPECT_EQ(settings.maxBytes, 64u * 1024 * 1024);
+    EXPECT_EQ(settings.maxValues, 1024u);
+    EXPECT_EQ(settings.walkTimeoutMs, 30000u);
     qxldap_default_settings(nullptr); // ignored
 
     const CrlFetchCallbacks* table = qxldap_fetch_callbacks();
@@ -116,11 +123,10 @@ TEST(LdapSettings, DefaultsAndTheLayersTable) {
     EXPECT_EQ(table, qxldap_fetch_callbacks());
     EXPECT_EQ(table->ldap_is_url, &qxldap_is_url);
     EXPECT_EQ(table->ldap_fetch_crldp, &qxldap_fetch_crldp);
+    EXPECT_EQ(table->begin_walk, &qxldap_begin_walk);
+    EXPECT_EQ(table->end_walk, &qxldap_end_walk);
     ASSERT_NE(table->settings, nullptr);
-    const auto* own = static_cast<const QxLdapFetchSettings*>(table->settings);
-    EXPECT_EQ(own->networkTimeoutMs, settings.networkTimeoutMs);
-    EXPECT_EQ(own->operationTimeoutMs, settings.operationTimeoutMs);
-    EXPECT_EQ(own->maxBytes, settings.maxBytes);
+    EXPECT_EQ(std::memcmp(table->settings, &settings, sizeof settings), 0);
 }
 
 TEST_F(LdapFetchTest, OneBinaryValueIsOneNodeWithTheExactDer) {
@@ -225,16 +231,16 @@ TEST_F(LdapFetchTest, RefusesMissingArguments) {
     qxldap_free_list(ctx_, nullptr); // ignored
 }
 
-TEST_F(LdapFetchTest, MoreThanMaxBytesFailsWithNothingAppended) {
+TEST_F(LdapFetchTest, MoreMemoryThanMaxBytesFailsWithNothingAppended) {
     const auto both = static_cast<uint32_t>(crlA_.size() + crlB_.size());
-    use_settings(2000, 5000, both - 1);
-    EXPECT_EQ(fetch(url_of("cn=two")), QXL_ERR_FETCH);
-    EXPECT_EQ(list_, nullptr);
-    use_settings(2000, 5000, 0);
-    EXPECT_EQ(fetch(url_of("cn=one")), QXL_ERR_FETCH);
-    EXPECT_EQ(list_, nullptr);
-    // Exactly the cap is allowed.
-    use_settings(2000, 5000, both);
+    // The values alone fit, but not the message they come in and their copies.
+    for (const uint32_t maxBytes : {0u, both - 1, both, 2 * both}) {
+        SCOPED_TRACE(maxBytes);
+        use_settings(2000, 5000, maxBytes);
+        EXPECT_EQ(fetch(url_of("cn=two")), QXL_ERR_FETCH);
+        EXPECT_EQ(list_, nullptr);
+    }
+    use_settings(2000, 5000, 4 * both + 8192);
     ASSERT_EQ(fetch(url_of("cn=two")), 0u);
     EXPECT_EQ(sorted(ders_of(list_)), sorted({crlA_, crlB_}));
 }
@@ -309,7 +315,7 @@ TEST_F(LdapFetchTest, AllocationFailuresLeaveTheCallersListAsItWas) {
 
 TEST_F(LdapFetchTest, SetFetchCallbacksInstallsAndRemovesATable) {
     EXPECT_EQ(layer()->crlFetchCallbacks, qxldap_fetch_callbacks());
-    const CrlFetchCallbacks own{nullptr, qxldap_is_url, qxldap_fetch_crldp};
+    const CrlFetchCallbacks own{nullptr, qxldap_is_url, qxldap_fetch_crldp, nullptr, nullptr};
     qxlayer_set_fetch_callbacks(ctx_, &own);
     EXPECT_EQ(layer()->crlFetchCallbacks, &own);
     qxlayer_set_fetch_callbacks(ctx_, nullptr);
@@ -323,15 +329,16 @@ TEST_F(LdapFetchTest, SetFetchCallbacksInstallsAndRemovesATable) {
 }
 
 TEST_F(LdapFetchTest, SettingsComeOnlyFromATableOfTheLayersOwnFetch) {
-    const QxLdapFetchSettings tiny{2000, 5000, 1};
+    const QxLdapFetchSettings tiny{2000, 5000, 1, 1024, 30000};
     // Another fetch's table: its settings mean nothing here.
-    const CrlFetchCallbacks other{&tiny, qxldap_is_url, fetch_through_other_table};
+    const CrlFetchCallbacks other{&tiny, qxldap_is_url, fetch_through_other_table, nullptr,
+                                  nullptr};
     qxlayer_set_fetch_callbacks(ctx_, &other);
     ASSERT_EQ(fetch(url_of("cn=one")), 0u);
     EXPECT_EQ(ders_of(list_), std::vector<Bytes>{crlA_});
     qxldap_free_list(ctx_, &list_);
 
-    const CrlFetchCallbacks own{&tiny, qxldap_is_url, qxldap_fetch_crldp};
+    const CrlFetchCallbacks own{&tiny, qxldap_is_url, qxldap_fetch_crldp, nullptr, nullptr};
     qxlayer_set_fetch_callbacks(ctx_, &own);
     EXPECT_EQ(fetch(url_of("cn=one")), QXL_ERR_FETCH);
     EXPECT_EQ(list_, nullptr);
