@@ -105,7 +105,14 @@ extern "C" StatusCode qxcrl_FetchFromCRLDP(SecurityContext* ctx, CertificateReco
     if (cert->distPointCount == 0)
         return QXERR_CRL_FETCH;
     FetchedCrlNode* list = nullptr;
+    // The table that begins the walk also ends it, so that the callbacks can
+    // bound the walk as a whole: one deadline, one memory budget.
+    const CrlFetchCallbacks* walk = ctx->layerContext->crlFetchCallbacks;
+    if (walk != nullptr && walk->begin_walk != nullptr)
+        walk->begin_walk(ctx);
     collect(ctx, cert, &list);
+    if (walk != nullptr && walk->end_walk != nullptr)
+        walk->end_walk(ctx);
     StatusCode result = list == nullptr ? QXERR_CRL_FETCH : select(ctx, cert, list, crl);
     if (result != 0)
         qxcrl_Destroy(ctx, crl);

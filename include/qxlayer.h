@@ -100,6 +100,15 @@ typedef struct CrlFetchCallbacks {
     const void* settings;
     int (*ldap_is_url)(const char* url);
     StatusCode (*ldap_fetch_crldp)(SecurityContext* ctx, const char* url, FetchedCrlNode** list);
+    /*
+     * Optional, NULL allowed. qxcrl_FetchFromCRLDP calls begin_walk before
+     * the first fetch of a certificate's distribution points and end_walk
+     * after the last one, on the same thread and with the same ctx, so that
+     * the fetches of one walk can share one deadline and one memory budget.
+     * end_walk is taken from the table that began the walk.
+     */
+    void (*begin_walk)(SecurityContext* ctx);
+    void (*end_walk)(SecurityContext* ctx);
 } CrlFetchCallbacks;
 
 /* --------------------------------------------------------- certificates */
@@ -611,11 +620,22 @@ QXCRL_API StatusCode qxir_read_history(SecurityContext* ctx, const char* name,
 
 /* ------------------------------------------------------------ LDAP fetch */
 
-/* How the layer's LDAP callbacks reach a directory. */
+/*
+ * How the layer's LDAP callbacks reach a directory. A walk is what
+ * qxcrl_FetchFromCRLDP does between begin_walk and end_walk; a fetch outside
+ * a walk is a walk of its own.
+ */
 typedef struct QxLdapFetchSettings {
-    uint32_t networkTimeoutMs;   /* connecting; default 5000 */
+    uint32_t networkTimeoutMs;   /* connecting, and the TLS handshake; default 5000 */
     uint32_t operationTimeoutMs; /* bind and search each; default 10000 */
-    uint32_t maxBytes;           /* all values of one fetch together; default 64 MiB */
+    /*
+     * Memory a walk may hold at once: the fetched CRLs with their nodes and
+     * the allocator's share, and the directory's message being read;
+     * default 64 MiB.
+     */
+    uint32_t maxBytes;
+    uint32_t maxValues;     /* CRL attribute values read in a walk; default 1024 */
+    uint32_t walkTimeoutMs; /* a whole walk, every fetch in it; default 30000 */
 } QxLdapFetchSettings;
 
 /* Fills settings with the defaults above. */
@@ -628,13 +648,28 @@ QXCRL_API int qxldap_is_url(const char* url);
  * Fetches the CRLs at an LDAP URL (RFC 4516: host, port, base DN, attribute,
  * scope, filter) with an anonymous bind, reading certificateRevocationList;binary
  * and certificateRevocationList from the entries found, and appends one node
- * per value to *list (nodes and DER from qxumalloc on ctx). Settings come from
- * ctx's callback table when it is the layer's own, else the defaults.
- * QXL_ERR_FETCH when the URL does not parse, the directory cannot be reached
- * in time, refuses the bind or search, or sends more than maxBytes.
+ * per non-empty value to *list (nodes and DER from qxumalloc on ctx), or
+ * nothing when it fails. Settings come from ctx's callback table when it is
+ * the layer's own, else the defaults. Inside a walk of ctx on this thread,
+ * the walk's deadline, memory and values bound the fetch, and the CRLs of
+ * earlier fetches count against them. QXL_ERR_FETCH when the URL does not
+ * parse, the directory cannot be reached in time, refuses the bind or
+ * search, sends more than maxBytes or maxValues allow, or the walk's time is
+ * up.
  */
 QXCRL_API StatusCode qxldap_fetch_crldp(SecurityContext* ctx, const char* url,
                                         FetchedCrlNode** list);
+
+/*
+ * Begins a walk of ctx on this thread: its deadline is walkTimeoutMs from
+ * now. A walk begun again for the same ctx before it ends goes on under the
+ * first one's budget. At most 8 walks of different contexts are open on one
+ * thread; beyond that, every fetch of the further ones is a walk of its own.
+ */
+QXCRL_API void qxldap_begin_walk(SecurityContext* ctx);
+
+/* Ends the walk of ctx on this thread that qxldap_begin_walk began; else nothing. */
+QXCRL_API void qxldap_end_walk(SecurityContext* ctx);
 
 /* The layer's callback table with the default settings; what a new layer installs. */
 QXCRL_API const CrlFetchCallbacks* qxldap_fetch_callbacks(void);
@@ -642,7 +677,7 @@ QXCRL_API const CrlFetchCallbacks* qxldap_fetch_callbacks(void);
 /*
  * Installs table (NULL for none) as ctx's layer's fetch callbacks; the table
  * must outlive its use. To change settings, build a table whose first slot
- * points to a QxLdapFetchSettings and whose callbacks are the two above.
+ * points to a QxLdapFetchSettings and whose callbacks are the four above.
  */
 QXCRL_API void qxlayer_set_fetch_callbacks(SecurityContext* ctx, const CrlFetchCallbacks* table);
 

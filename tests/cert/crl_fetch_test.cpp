@@ -3,12 +3,15 @@
 // real slapd on loopback.
 #include <chrono>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "hostile_ldap.h"
 #include "layer_fixture.h"
+#include "own_ldap_table.h"
 #include "slapd.h"
 #include "test_pki.h"
 #include "toolkit_bytes.h"
@@ -17,14 +20,19 @@ using namespace qxtest;
 
 namespace {
 
-// A scripted directory: what each URL yields, and which URLs were asked for.
+// A scripted directory: what each URL yields, which URLs were asked for,
+// and where walks began and ended.
 struct Script {
     static inline std::map<std::string, std::pair<StatusCode, std::vector<Bytes>>> answers;
     static inline std::vector<std::string> asked;
+    static inline std::vector<std::string> events;
 
     static int is_url(const char* url) { return std::string(url).rfind("ldap://", 0) == 0; }
+    static void begin(SecurityContext*) { events.push_back("begin"); }
+    static void end(SecurityContext*) { events.push_back("end"); }
     static StatusCode fetch(SecurityContext* ctx, const char* url, FetchedCrlNode** list) {
         asked.push_back(url);
+        events.push_back(url);
         const auto& [status, ders] = answers[url];
         for (const Bytes& der : ders) {
             StatusCode ignored = 0;
@@ -41,7 +49,17 @@ struct Script {
     }
 };
 
-constexpr CrlFetchCallbacks scripted{nullptr, &Script::is_url, &Script::fetch};
+constexpr CrlFetchCallbacks scripted{nullptr, &Script::is_url, &Script::fetch, nullptr, nullptr};
+constexpr CrlFetchCallbacks bracketed{nullptr, &Script::is_url, &Script::fetch, &Script::begin,
+                                      &Script::end};
+
+// Installs the table without hooks, then fetches.
+StatusCode fetch_and_swap_tables(SecurityContext* ctx, const char* url, FetchedCrlNode** list) {
+    qxlayer_set_fetch_callbacks(ctx, &scripted);
+    return Script::fetch(ctx, url, list);
+}
+constexpr CrlFetchCallbacks swapping{nullptr, &Script::is_url, &fetch_and_swap_tables,
+                                     &Script::begin, &Script::end};
 
 class CrlFetchTest : public LayerTest {
   protected:
@@ -49,6 +67,7 @@ class CrlFetchTest : public LayerTest {
         LayerTest::SetUp();
         Script::answers.clear();
         Script::asked.clear();
+        Script::events.clear();
     }
     void TearDown() override {
         qxcrl_Destroy(ctx_, &crl_);
@@ -168,7 +187,7 @@ TEST_F(CrlFetchTest, TheWalkOverPointsAndNames) {
         EXPECT_EQ(fetch(leaf_with(issuer, {{"ldap://i/1"}})), QXERR_CRL_FETCH);
         EXPECT_EQ(messages(),
                   std::vector<std::string>{"qxcrl_ldap_fetch_crldp:2:CRL CB: (funcptr) is NULL\n"});
-        const CrlFetchCallbacks half{nullptr, &Script::is_url, nullptr};
+        const CrlFetchCallbacks half{nullptr, &Script::is_url, nullptr, nullptr, nullptr};
         qxlayer_set_fetch_callbacks(ctx_, &half);
         EXPECT_EQ(fetch(leaf_with(issuer, {{"ldap://i/1"}})), QXERR_CRL_FETCH);
         EXPECT_EQ(messages(), std::vector<std::string>{
@@ -181,6 +200,47 @@ TEST_F(CrlFetchTest, TheWalkOverPointsAndNames) {
         EXPECT_EQ(qxcrl_ldap_fetch_crldp(ctx_, nullptr, nullptr, &list), QXERR_BAD_PARAMETER);
         EXPECT_EQ(qxcrl_FetchFromCRLDP(ctx_, nullptr, &crl_), QXERR_BAD_PARAMETER);
         EXPECT_EQ(qxcrl_FetchFromCRLDP(nullptr, records_[0], &crl_), QXERR_BAD_PARAMETER);
+    }
+}
+
+TEST_F(CrlFetchTest, TheTablesHooksBracketTheWalk) {
+    const Issuer& issuer = shared_issuer();
+    Script::answers["ldap://w/1"] = {QXL_ERR_FETCH, {}};
+    Script::answers["ldap://w/2"] = {0, {crl_of(issuer)}};
+    const std::vector<std::vector<std::string>> points = {{"ldap://w/1"},
+                                                          {"http://w/x.crl", "ldap://w/2"}};
+    qxlayer_set_fetch_callbacks(ctx_, &scripted);
+    EXPECT_EQ(fetch(leaf_with(issuer, points)), 0u);
+    const std::vector<std::string> withoutHooks = messages();
+
+    qxlayer_set_fetch_callbacks(ctx_, &bracketed);
+    Script::events.clear();
+    EXPECT_EQ(fetch(leaf_with(issuer, points)), 0u);
+    EXPECT_EQ(Script::events,
+              (std::vector<std::string>{"begin", "ldap://w/1", "ldap://w/2", "end"}));
+    EXPECT_EQ(messages(), withoutHooks);
+    {
+        SCOPED_TRACE("no distribution points, no walk");
+        Script::events.clear();
+        EXPECT_EQ(fetch(leaf_with(issuer, {})), QXERR_CRL_FETCH);
+        EXPECT_TRUE(Script::events.empty());
+    }
+    {
+        SCOPED_TRACE("the one-URL fetch is no walk");
+        Script::events.clear();
+        FetchedCrlNode* list = nullptr;
+        EXPECT_EQ(qxcrl_ldap_fetch_crldp(ctx_, nullptr, "ldap://w/2", &list), 0u);
+        EXPECT_EQ(Script::events, std::vector<std::string>{"ldap://w/2"});
+        qxldap_free_list(ctx_, &list);
+    }
+    {
+        SCOPED_TRACE("the table that began the walk ends it");
+        qxlayer_set_fetch_callbacks(ctx_, &swapping);
+        Script::events.clear();
+        EXPECT_EQ(fetch(leaf_with(issuer, points)), 0u);
+        EXPECT_EQ(Script::events,
+                  (std::vector<std::string>{"begin", "ldap://w/1", "ldap://w/2", "end"}));
+        EXPECT_EQ(layer()->crlFetchCallbacks, &scripted);
     }
 }
 
@@ -264,7 +324,8 @@ TEST_F(CrlFetchSlapdTest, AStoppedDirectoryWithinItsTimeout) {
     qxldap_default_settings(&settings);
     settings.networkTimeoutMs = 500;
     settings.operationTimeoutMs = 500;
-    const CrlFetchCallbacks quick{&settings, &qxldap_is_url, &qxldap_fetch_crldp};
+    CrlFetchCallbacks quick = *qxldap_fetch_callbacks();
+    quick.settings = &settings;
     qxlayer_set_fetch_callbacks(ctx_, &quick);
     Slapd silent;
     silent.add_crl_entry("ou=x," + std::string(Slapd::suffix), "pkiCA", {crl_of(shared_issuer())});
@@ -285,4 +346,104 @@ TEST_F(CrlFetchSlapdTest, AStoppedDirectoryWithinItsTimeout) {
         // The timeout is honoured: generous bound, this is no speed test.
         EXPECT_LT(took, std::chrono::milliseconds(3000));
     }
+}
+
+namespace {
+
+// Walks through the layer's own callbacks, against hostile servers.
+class CrlFetchHostileTest : public CrlFetchTest {
+  protected:
+    void SetUp() override {
+        CrlFetchTest::SetUp();
+        ldap_ = std::make_unique<OwnLdapTable>(ctx_);
+    }
+    size_t module_messages() const {
+        size_t count = 0;
+        for (const TraceEntry& entry : trace_.messages())
+            count += entry.function == "qxcrl_ldap_fetch_crldp" ? 1 : 0;
+        return count;
+    }
+
+    // Two points: the first serves another issuer's CRL, the second the
+    // certificate issuer's.
+    struct TwoPoints {
+        Bytes good = crl_of(shared_issuer());
+        HostileLdap foreign = HostileLdap::serving({crl_of(make_issuer(other_issuer()))});
+        HostileLdap right = HostileLdap::serving({good});
+    };
+    static IssuerOptions other_issuer() {
+        IssuerOptions other;
+        other.commonName = "Walk Other CA";
+        return other;
+    }
+    CertificateRecord* leaf_of(const TwoPoints& points) {
+        return leaf_with(shared_issuer(), {{points.foreign.url()}, {points.right.url()}});
+    }
+
+    std::unique_ptr<OwnLdapTable> ldap_;
+};
+
+} // namespace
+
+TEST_F(CrlFetchHostileTest, AWalkOverSilentPointsEndsAtItsDeadline) {
+    const std::vector<HostileLdap> silent = [] {
+        std::vector<HostileLdap> servers;
+        for (int i = 0; i < 3; ++i)
+            servers.push_back(HostileLdap::silent());
+        return servers;
+    }();
+    const BlackHole holeA, holeB;
+    ASSERT_TRUE(holeA.full() && holeB.full());
+    const std::vector<std::vector<std::string>> points = {
+        {silent[0].url("1")}, {holeA.url("1")},     {silent[1].url("1")}, {holeB.url("1")},
+        {silent[2].url("1")}, {silent[0].url("2")}, {holeA.url("2")},     {silent[1].url("2")}};
+    // Each point alone may take two seconds; the walk as a whole one.
+    ldap_->settings.networkTimeoutMs = 2000;
+    ldap_->settings.operationTimeoutMs = 2000;
+    ldap_->settings.walkTimeoutMs = 1000;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(fetch(leaf_with(shared_issuer(), points)), QXERR_CRL_FETCH);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1000 + 5000));
+    // Every URL was still handed to the layer, with the module's message.
+    EXPECT_EQ(module_messages(), points.size());
+    EXPECT_EQ(crl_, nullptr);
+}
+
+TEST_F(CrlFetchHostileTest, TheCrlsOfAllPointsShareOneMemoryBudget) {
+    const TwoPoints points;
+    // Enough for either point's CRL alone, not for both.
+    const uint32_t least = ldap_->least_max_bytes_for({points.foreign.url(), points.right.url()});
+    CertificateRecord* cert = leaf_of(points);
+    EXPECT_EQ(fetch(cert), QXERR_CRL_FETCH);
+    EXPECT_EQ(crl_, nullptr);
+    ldap_->settings.maxBytes = 2 * least;
+    ASSERT_EQ(fetch(cert), 0u);
+    EXPECT_EQ(toolkit_bytes(crl_->crl, R_CRL_to_binary), points.good);
+}
+
+TEST_F(CrlFetchHostileTest, AllocationFailuresInAWalk) {
+    const TwoPoints points;
+    CertificateRecord* cert = leaf_of(points);
+    // One value a walk: the foreign CRL takes it and the right one is
+    // refused, unless the foreign fetch failed and gave it back. A walk
+    // that outlived its call would leave the next one nothing.
+    ldap_->settings.maxValues = 1;
+    size_t givenBack = 0;
+    sweep_allocations(
+        [&] { return qxcrl_FetchFromCRLDP(ctx_, cert, &crl_); },
+        [&](StatusCode status, bool injected) {
+            if (!injected) {
+                EXPECT_EQ(status, QXERR_CRL_FETCH);
+                EXPECT_EQ(crl_, nullptr);
+            } else if (status == 0) {
+                ++givenBack;
+                ASSERT_NE(crl_, nullptr);
+                EXPECT_EQ(toolkit_bytes(crl_->crl, R_CRL_to_binary), points.good);
+            } else {
+                EXPECT_TRUE(status == QXL_ERR_OUT_OF_MEMORY || status == QXERR_CRL_FETCH) << status;
+                EXPECT_EQ(crl_, nullptr);
+            }
+            qxcrl_Destroy(ctx_, &crl_);
+        });
+    EXPECT_GT(givenBack, 0u);
 }

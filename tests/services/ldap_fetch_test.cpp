@@ -4,20 +4,16 @@
 // the timeouts, the byte cap, appending to a caller's list, allocation
 // failures, and the layer's callback table.
 #include <algorithm>
-#include <arpa/inet.h>
 #include <chrono>
 #include <cstring>
-#include <fcntl.h>
 #include <memory>
-#include <netinet/in.h>
-#include <poll.h>
 #include <string>
-#include <sys/socket.h>
-#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "fetched_crls.h"
+#include "hostile_ldap.h"
 #include "layer_fixture.h"
 #include "slapd.h"
 #include "test_pki.h"
@@ -29,78 +25,14 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-std::vector<Bytes> ders_of(const FetchedCrlNode* list) {
-    std::vector<Bytes> found;
-    for (const FetchedCrlNode* node = list; node != nullptr; node = node->next)
-        found.emplace_back(node->der, node->der + node->length);
-    return found;
-}
-
 std::vector<Bytes> sorted(std::vector<Bytes> values) {
     std::sort(values.begin(), values.end());
     return values;
 }
 
-Bytes crl_revoking(unsigned char serial) {
-    CrlOptions options;
-    options.revoked.push_back(revoked_serial({serial}));
-    options.crlNumber = serial;
-    return make_crl(shared_issuer(), options);
-}
-
 milliseconds elapsed_since(Clock::time_point start) {
     return std::chrono::duration_cast<milliseconds>(Clock::now() - start);
 }
-
-// A port on 127.0.0.1 that accepts no more connections: its listener's
-// queue is full and never drained, so the kernel drops further attempts
-// and a client's connect waits until it gives up.
-class Unanswering {
-  public:
-    Unanswering() {
-        listener_ = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        if (listener_ < 0 ||
-            bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-            listen(listener_, 0) != 0 ||
-            getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
-            ADD_FAILURE() << "cannot listen on 127.0.0.1";
-            return;
-        }
-        port_ = ntohs(address.sin_port);
-        // Fill the queue until a connection no longer completes.
-        for (int filler = 0; filler < 64; ++filler) {
-            const int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-            fillers_.push_back(fd);
-            const int rc = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-            pollfd waiting{fd, POLLOUT, 0};
-            if (rc != 0 && poll(&waiting, 1, 100) == 0) {
-                full_ = true;
-                return;
-            }
-        }
-        ADD_FAILURE() << "the listener's queue never filled";
-    }
-    ~Unanswering() {
-        for (const int fd : fillers_)
-            close(fd);
-        if (listener_ >= 0)
-            close(listener_);
-    }
-    Unanswering(const Unanswering&) = delete;
-    Unanswering& operator=(const Unanswering&) = delete;
-    uint16_t port() const { return port_; }
-    bool full() const { return full_; }
-
-  private:
-    int listener_ = -1;
-    uint16_t port_ = 0;
-    bool full_ = false;
-    std::vector<int> fillers_;
-};
 
 StatusCode fetch_through_other_table(SecurityContext* ctx, const char* url, FetchedCrlNode** list) {
     return qxldap_fetch_crldp(ctx, url, list);
@@ -109,9 +41,9 @@ StatusCode fetch_through_other_table(SecurityContext* ctx, const char* url, Fetc
 class LdapFetchTest : public LayerTest {
   protected:
     static void SetUpTestSuite() {
-        crlA_ = crl_revoking(0x0A);
-        crlB_ = crl_revoking(0x0B);
-        crlC_ = crl_revoking(0x0C);
+        crlA_ = shared_crl_revoking(0x0A);
+        crlB_ = shared_crl_revoking(0x0B);
+        crlC_ = shared_crl_revoking(0x0C);
         slapd_ = std::make_unique<Slapd>();
         const std::string suffix = Slapd::suffix;
         slapd_->add_crl_entry("cn=one," + suffix, "cRLDistributionPoint", {crlA_});
@@ -138,10 +70,15 @@ class LdapFetchTest : public LayerTest {
         return qxldap_fetch_crldp(ctx_, url.c_str(), &list_);
     }
 
-    // Installs a table of the layer's own callbacks with these settings.
+    // Installs a table of the layer's own callbacks with these settings and
+    // the defaults for the others.
     void use_settings(uint32_t networkMs, uint32_t operationMs, uint32_t maxBytes) {
-        settings_ = {networkMs, operationMs, maxBytes};
-        table_ = {&settings_, qxldap_is_url, qxldap_fetch_crldp};
+        qxldap_default_settings(&settings_);
+        settings_.networkTimeoutMs = networkMs;
+        settings_.operationTimeoutMs = operationMs;
+        settings_.maxBytes = maxBytes;
+        table_ = *qxldap_fetch_callbacks();
+        table_.settings = &settings_;
         qxlayer_set_fetch_callbacks(ctx_, &table_);
     }
 
@@ -177,6 +114,8 @@ TEST(LdapSettings, DefaultsAndTheLayersTable) {
     EXPECT_EQ(settings.networkTimeoutMs, 5000u);
     EXPECT_EQ(settings.operationTimeoutMs, 10000u);
     EXPECT_EQ(settings.maxBytes, 64u * 1024 * 1024);
+    EXPECT_EQ(settings.maxValues, 1024u);
+    EXPECT_EQ(settings.walkTimeoutMs, 30000u);
     qxldap_default_settings(nullptr); // ignored
 
     const CrlFetchCallbacks* table = qxldap_fetch_callbacks();
@@ -184,11 +123,10 @@ TEST(LdapSettings, DefaultsAndTheLayersTable) {
     EXPECT_EQ(table, qxldap_fetch_callbacks());
     EXPECT_EQ(table->ldap_is_url, &qxldap_is_url);
     EXPECT_EQ(table->ldap_fetch_crldp, &qxldap_fetch_crldp);
+    EXPECT_EQ(table->begin_walk, &qxldap_begin_walk);
+    EXPECT_EQ(table->end_walk, &qxldap_end_walk);
     ASSERT_NE(table->settings, nullptr);
-    const auto* own = static_cast<const QxLdapFetchSettings*>(table->settings);
-    EXPECT_EQ(own->networkTimeoutMs, settings.networkTimeoutMs);
-    EXPECT_EQ(own->operationTimeoutMs, settings.operationTimeoutMs);
-    EXPECT_EQ(own->maxBytes, settings.maxBytes);
+    EXPECT_EQ(std::memcmp(table->settings, &settings, sizeof settings), 0);
 }
 
 TEST_F(LdapFetchTest, OneBinaryValueIsOneNodeWithTheExactDer) {
@@ -293,16 +231,16 @@ TEST_F(LdapFetchTest, RefusesMissingArguments) {
     qxldap_free_list(ctx_, nullptr); // ignored
 }
 
-TEST_F(LdapFetchTest, MoreThanMaxBytesFailsWithNothingAppended) {
+TEST_F(LdapFetchTest, MoreMemoryThanMaxBytesFailsWithNothingAppended) {
     const auto both = static_cast<uint32_t>(crlA_.size() + crlB_.size());
-    use_settings(2000, 5000, both - 1);
-    EXPECT_EQ(fetch(url_of("cn=two")), QXL_ERR_FETCH);
-    EXPECT_EQ(list_, nullptr);
-    use_settings(2000, 5000, 0);
-    EXPECT_EQ(fetch(url_of("cn=one")), QXL_ERR_FETCH);
-    EXPECT_EQ(list_, nullptr);
-    // Exactly the cap is allowed.
-    use_settings(2000, 5000, both);
+    // The values alone fit, but not the message they come in and their copies.
+    for (const uint32_t maxBytes : {0u, both - 1, both, 2 * both}) {
+        SCOPED_TRACE(maxBytes);
+        use_settings(2000, 5000, maxBytes);
+        EXPECT_EQ(fetch(url_of("cn=two")), QXL_ERR_FETCH);
+        EXPECT_EQ(list_, nullptr);
+    }
+    use_settings(2000, 5000, 4 * both + 8192);
     ASSERT_EQ(fetch(url_of("cn=two")), 0u);
     EXPECT_EQ(sorted(ders_of(list_)), sorted({crlA_, crlB_}));
 }
@@ -324,7 +262,7 @@ TEST_F(LdapFetchTest, AStoppedDirectoryFailsWithinTheNetworkTimeout) {
 }
 
 TEST_F(LdapFetchTest, AnUnansweredConnectGivesUpAtTheNetworkTimeout) {
-    const Unanswering listener;
+    const BlackHole listener;
     ASSERT_TRUE(listener.full());
     constexpr uint32_t networkMs = 300;
     // Far longer, so that only the network timeout can end the wait in time.
@@ -377,7 +315,7 @@ TEST_F(LdapFetchTest, AllocationFailuresLeaveTheCallersListAsItWas) {
 
 TEST_F(LdapFetchTest, SetFetchCallbacksInstallsAndRemovesATable) {
     EXPECT_EQ(layer()->crlFetchCallbacks, qxldap_fetch_callbacks());
-    const CrlFetchCallbacks own{nullptr, qxldap_is_url, qxldap_fetch_crldp};
+    const CrlFetchCallbacks own{nullptr, qxldap_is_url, qxldap_fetch_crldp, nullptr, nullptr};
     qxlayer_set_fetch_callbacks(ctx_, &own);
     EXPECT_EQ(layer()->crlFetchCallbacks, &own);
     qxlayer_set_fetch_callbacks(ctx_, nullptr);
@@ -391,15 +329,16 @@ TEST_F(LdapFetchTest, SetFetchCallbacksInstallsAndRemovesATable) {
 }
 
 TEST_F(LdapFetchTest, SettingsComeOnlyFromATableOfTheLayersOwnFetch) {
-    const QxLdapFetchSettings tiny{2000, 5000, 1};
+    const QxLdapFetchSettings tiny{2000, 5000, 1, 1024, 30000};
     // Another fetch's table: its settings mean nothing here.
-    const CrlFetchCallbacks other{&tiny, qxldap_is_url, fetch_through_other_table};
+    const CrlFetchCallbacks other{&tiny, qxldap_is_url, fetch_through_other_table, nullptr,
+                                  nullptr};
     qxlayer_set_fetch_callbacks(ctx_, &other);
     ASSERT_EQ(fetch(url_of("cn=one")), 0u);
     EXPECT_EQ(ders_of(list_), std::vector<Bytes>{crlA_});
     qxldap_free_list(ctx_, &list_);
 
-    const CrlFetchCallbacks own{&tiny, qxldap_is_url, qxldap_fetch_crldp};
+    const CrlFetchCallbacks own{&tiny, qxldap_is_url, qxldap_fetch_crldp, nullptr, nullptr};
     qxlayer_set_fetch_callbacks(ctx_, &own);
     EXPECT_EQ(fetch(url_of("cn=one")), QXL_ERR_FETCH);
     EXPECT_EQ(list_, nullptr);
@@ -411,7 +350,7 @@ namespace {
 class LdapFetchPlainTest : public LayerTest {
   protected:
     static void SetUpTestSuite() {
-        crl_ = crl_revoking(0x0D);
+        crl_ = shared_crl_revoking(0x0D);
         slapd_ = std::make_unique<Slapd>(Slapd::CrlTransfer::Plain);
         slapd_->add_crl_entry(std::string("cn=plain,") + Slapd::suffix, "cRLDistributionPoint",
                               {crl_});

@@ -249,6 +249,13 @@ Bytes make_crl(const Issuer& issuer, const CrlOptions& recipe) {
     return bytes;
 }
 
+Bytes shared_crl_revoking(unsigned char serial) {
+    CrlOptions options;
+    options.revoked.push_back(revoked_serial({serial}));
+    options.crlNumber = serial;
+    return make_crl(shared_issuer(), options);
+}
+
 Bytes cert_der(const X509* cert) {
     unsigned char* der = nullptr;
     const int length = i2d_X509(cert, &der);

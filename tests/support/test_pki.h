@@ -112,6 +112,10 @@ struct CrlOptions {
 // A signed DER CRL of issuer.
 Bytes make_crl(const Issuer& issuer, const CrlOptions& recipe);
 
+// A CRL of the shared issuer that revokes the one-byte serial and has it as
+// its number, so that CRLs made with different serials differ.
+Bytes shared_crl_revoking(unsigned char serial);
+
 Bytes cert_der(const X509* cert);
 
 // The certificate as PEM text with LF line ends.
