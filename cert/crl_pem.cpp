@@ -1,6 +1,7 @@
 // The PEM text of CRLs: every block of a text delivered to a cache owner, and
 // one CRL written out as text.
 #include <cstring>
+#include <string_view>
 
 #include "frame.h"
 
@@ -11,25 +12,28 @@ namespace {
 // One marker's next occurrence in a text that is read front to back. Where
 // the marker next occurs (or that it occurs no more) stays true until the
 // reading position passes that occurrence, so the text is searched for each
-// marker once in all rather than once per block.
+// marker once in all rather than once per block. The search is bounded by
+// the text's length, taken once: strstr would measure the rest of the text
+// again at every call under some runtimes' checks.
 class MarkerSearch {
   public:
-    explicit MarkerSearch(const char* marker) : marker_(marker) {}
+    explicit MarkerSearch(std::string_view marker) : marker_(marker) {}
 
-    // The first occurrence at or after position; position never moves back.
-    const char* at_or_after(const char* position) {
-        if (!searched_ || (next_ != nullptr && next_ < position)) {
-            next_ = std::strstr(position, marker_);
+    // The first occurrence in text at or after from, or npos; from never
+    // moves back.
+    size_t at_or_after(std::string_view text, size_t from) {
+        if (!searched_ || (next_ != std::string_view::npos && next_ < from)) {
+            next_ = text.find(marker_, from);
             searched_ = true;
         }
         return next_;
     }
 
-    const char* marker() const { return marker_; }
+    size_t length() const { return marker_.size(); }
 
   private:
-    const char* marker_;
-    const char* next_ = nullptr;
+    std::string_view marker_;
+    size_t next_ = std::string_view::npos;
     bool searched_ = false;
 };
 
@@ -37,48 +41,53 @@ class MarkerSearch {
 // anywhere from a position on wins, at its first occurrence there.
 class PreferredMarkers {
   public:
-    PreferredMarkers(const char* first, const char* second, const char* third, const char* fourth)
-        : searches_{MarkerSearch(first), MarkerSearch(second), MarkerSearch(third),
-                    MarkerSearch(fourth)} {}
+    PreferredMarkers(std::string_view text, const char* first, const char* second,
+                     const char* third, const char* fourth)
+        : text_(text), searches_{MarkerSearch(first), MarkerSearch(second), MarkerSearch(third),
+                                 MarkerSearch(fourth)} {}
 
-    // The winning occurrence from position on, and its marker in *marker.
-    const char* find(const char* position, const char** marker) {
+    // The winning occurrence from on, or npos; its marker's length in *length.
+    size_t find(size_t from, size_t* length) {
         for (MarkerSearch& search : searches_) {
-            if (const char* found = search.at_or_after(position)) {
-                *marker = search.marker();
+            const size_t found = search.at_or_after(text_, from);
+            if (found != std::string_view::npos) {
+                *length = search.length();
                 return found;
             }
         }
-        return nullptr;
+        return std::string_view::npos;
     }
 
   private:
+    std::string_view text_;
     MarkerSearch searches_[4];
 };
 
 // Decodes and delivers the blocks of text one after another.
 StatusCode deliver_blocks(CrlCacheOwner* owner, SecurityContext* ctx, const char* text) {
-    PreferredMarkers begins(QX_STR_CRL_HEADER, QX_STR_CRL_HEADER1, QX_STR_CRL_HEADER2,
+    // Every search stops at the text's NUL.
+    const std::string_view whole(text);
+    PreferredMarkers begins(whole, QX_STR_CRL_HEADER, QX_STR_CRL_HEADER1, QX_STR_CRL_HEADER2,
                             QX_STR_CRL_HEADER3);
-    PreferredMarkers ends(QX_STR_CRL_FOOTER, QX_STR_CRL_FOOTER1, QX_STR_CRL_FOOTER2,
+    PreferredMarkers ends(whole, QX_STR_CRL_FOOTER, QX_STR_CRL_FOOTER1, QX_STR_CRL_FOOTER2,
                           QX_STR_CRL_FOOTER3);
-    const char* marker = nullptr;
-    const char* begin = begins.find(text, &marker);
-    if (begin == nullptr) {
+    size_t markerLength = 0;
+    size_t begin = begins.find(0, &markerLength);
+    if (begin == std::string_view::npos) {
         qxu_print_trace(ctx, trace::name_set_b64_crl, trace::decode_failure, qx0264trc);
         return QXERR_CRL_DECODE;
     }
-    while (begin != nullptr) {
-        const char* body = begin + std::strlen(marker);
-        const char* end = ends.find(body, &marker);
-        if (end == nullptr) {
+    while (begin != std::string_view::npos) {
+        const size_t body = begin + markerLength;
+        const size_t end = ends.find(body, &markerLength);
+        if (end == std::string_view::npos) {
             qxu_print_trace(ctx, trace::name_set_b64_crl, trace::decode_failure, qx0264trc);
             return QXERR_CRL_DECODE;
         }
         unsigned char* der = nullptr;
         uint32_t derLength = 0;
         StatusCode result =
-            qxbc_b64_to_der(ctx, body, static_cast<uint32_t>(end - body), &der, &derLength);
+            qxbc_b64_to_der(ctx, text + body, static_cast<uint32_t>(end - body), &der, &derLength);
         if (result == 0)
             result = qxcrl_SetDERCrl(owner, der, derLength);
         qxumfree(ctx, &der);
@@ -86,7 +95,7 @@ StatusCode deliver_blocks(CrlCacheOwner* owner, SecurityContext* ctx, const char
             return result;
         // The next block is looked for from this body on, so a block begun
         // with a less preferred marker before it is never seen.
-        begin = begins.find(body, &marker);
+        begin = begins.find(body, &markerLength);
     }
     return 0;
 }
