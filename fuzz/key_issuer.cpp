@@ -79,7 +79,9 @@ KeyIssuer make_key_issuer(SecurityContext* ctx, const QxPrivateKey* key) {
     KeyIssuer issuer;
     const unsigned char* pkcs8 = key->pkcs8;
     Pkey pkey(d2i_AutoPrivateKey(nullptr, &pkcs8, static_cast<long>(key->length)));
-    if (pkey == nullptr)
+    // A check and a signature with a key of many thousand bits take seconds
+    // of modular arithmetic per input and reach no code smaller keys miss.
+    if (pkey == nullptr || EVP_PKEY_get_bits(pkey.get()) > 4096)
         return issuer;
     issuer.signatureTypes = signature_types(pkey.get());
     issuer.consistent = pairwise_consistent(pkey.get());
