@@ -97,7 +97,8 @@ StatusCode scripted_fetch(SecurityContext* ctx, const char* url, FetchedCrlNode*
     return (control & report_failure) != 0 ? QXL_ERR_FETCH : 0;
 }
 
-const CrlFetchCallbacks scripted_callbacks{nullptr, scripted_is_url, scripted_fetch};
+const CrlFetchCallbacks scripted_callbacks{nullptr, scripted_is_url, scripted_fetch, nullptr,
+                                           nullptr};
 
 // The certificate's bytes into *cert, the answers after it into the script.
 void split(std::string_view input, std::string_view* cert) {
