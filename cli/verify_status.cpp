@@ -1,6 +1,7 @@
 // qxcrl verify: a CRL's signature and currency against its issuer.
 // qxcrl status: a certificate's status from a cache of CRLs.
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -53,6 +54,39 @@ int add_file(Session& session, CacheOwner& cache, const std::string& path) {
     return 0;
 }
 
+// What qxcrl_VerifyCRL's one refusal status stood for: a CRL its issuer
+// did not issue, in one of three ways, or one it issued without a next
+// update, which is never current.
+struct Refusal {
+    const char* word;   // what verify prints
+    const char* reason; // what the note says
+    int exitStatus;
+};
+
+std::optional<Refusal> refusal(Session& session, CrlObject* crl, const Certificate& issuer) {
+    uint32_t verdict = 0;
+    // A signature that does not even parse as one of the key's kind is as bad.
+    if (qxcert_crl_issuer_verdict(session.ctx(), crl, issuer.record, &verdict) != 0)
+        verdict = QX_CRL_BAD_SIGNATURE;
+    switch (verdict) {
+    case QX_CRL_BAD_SIGNATURE:
+        return Refusal{"bad-signature", "the signature is not made with the issuer's key", 2};
+    case QX_CRL_OTHER_ISSUER:
+        return Refusal{"other-issuer",
+                       "the CRL names another issuer than the certificate's subject", 2};
+    case QX_CRL_NOT_CRL_SIGNER:
+        return Refusal{"not-crl-signer", "the issuer's keyUsage does not allow signing CRLs", 2};
+    default:
+        break;
+    }
+    char nextUpdate[129] = {};
+    if (qxcrl_GetDetails(session.ctx(), crl, QXCRL_DETAIL_NEXT_UPDATE, 0, nextUpdate) != 0)
+        return Refusal{
+            "no-next-update",
+            "the issuer signed the CRL, but it has no next update, so it is never current", 1};
+    return std::nullopt;
+}
+
 const char* status_word(uint32_t status) {
     switch (status) {
     case QXCRL_CERT_VALID:
@@ -69,7 +103,9 @@ const char* status_word(uint32_t status) {
 int verify_command(int argc, char** argv) {
     const Arguments arguments(argc, argv, 2, {{"--issuer"}, {}});
     if (arguments.help()) {
-        std::printf("usage: %s\nPrints ok (exit 0), expired (exit 1) or bad-signature (exit 2).\n",
+        std::printf("usage: %s\nPrints ok (exit 0); expired or no-next-update (exit 1); or, for a "
+                    "CRL the issuer did not issue, bad-signature, other-issuer or not-crl-signer "
+                    "(exit 2), with the reason on stderr.\n",
                     verify_usage);
         return 0;
     }
@@ -96,8 +132,12 @@ int verify_command(int argc, char** argv) {
         std::puts("expired");
         return 1;
     case QXERR_CRL_SIGN:
-        std::puts("bad-signature");
-        return 2;
+        if (const std::optional<Refusal> found = refusal(session, crl.object, issuer)) {
+            std::fprintf(stderr, "qxcrl: note: %s\n", found->reason);
+            std::puts(found->word);
+            return found->exitStatus;
+        }
+        [[fallthrough]];
     default:
         return report("verifying " + arguments.positionals()[0], status);
     }
@@ -157,12 +197,17 @@ int status_command(int argc, char** argv) {
     const bool answered = answer == QXCRL_CERT_VALID || answer == QXCRL_CERT_REVOKED;
     bool verified = false;
     if (answered && issuer.record != nullptr) {
+        CrlObject* answering = cache.owner->crlCache->head->crlObject;
         CrlValidity validity = 0;
-        const uint32_t checked = qxcrl_VerifyCRL(
-            session.ctx(), cache.owner->crlCache->head->crlObject, issuer.record, &validity);
+        const uint32_t checked =
+            qxcrl_VerifyCRL(session.ctx(), answering, issuer.record, &validity);
         // Expiry was the policy's to judge, in the lookup.
-        if (checked != 0 && checked != QXERR_CRL_EXPIRED)
-            return report("verifying the CRL that answered against " + *issuerPath, checked);
+        if (checked != 0 && checked != QXERR_CRL_EXPIRED) {
+            const std::optional<Refusal> found = refusal(session, answering, issuer);
+            return report("verifying the CRL that answered against " + *issuerPath +
+                              (found ? std::string(" (") + found->reason + ")" : ""),
+                          checked);
+        }
         verified = true;
     } else if (answered) {
         std::fprintf(stderr, "qxcrl: note: the CRL that answered was not verified (--issuer "

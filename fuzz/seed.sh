@@ -8,6 +8,9 @@
 #   cert_record  a certificate, then "--qxfetch--", a control byte and the
 #                DER of its issuer's CRL (what fuzz/cert_record.cpp reads)
 #   private_key  keys of several algorithms and forms, some encrypted
+#   ldap_answer  the walk's two bound bytes, then a directory's answer to a
+#                search: entries holding CRLs, references, results
+#                (what fuzz/ldap_answer.cpp reads)
 # Files over 64 KiB are left out: libFuzzer sizes its inputs after the
 # largest seed, and megabyte inputs would slow every run.
 set -euo pipefail
@@ -17,7 +20,8 @@ out=${1:-build-fuzz/seeds}
 corpus=${QXCRL_CORPUS:-../shared/corpus}
 max_bytes=65536
 separator='--qxfetch--'
-targets=(der_details file_load pem_text base64 concat_status cert_record private_key)
+targets=(der_details file_load pem_text base64 concat_status cert_record private_key
+    ldap_answer)
 
 if [ ! -d "$corpus" ]; then
     echo "seed.sh: no corpus at $corpus" >&2
@@ -44,6 +48,63 @@ fetch_seed() {
     cat "$3"
 }
 
+# byte <number>: one octet.
+byte() {
+    printf "\\x$(printf %02x "$1")"
+}
+# tlv <tag in hex>: standard input as one BER element, definite length.
+tlv() {
+    local content n
+    content=$(mktemp -p "$work")
+    cat >"$content"
+    n=$(stat -c %s "$content")
+    printf "\\x$1"
+    if [ "$n" -lt 128 ]; then
+        byte "$n"
+    elif [ "$n" -lt 256 ]; then
+        printf '\x81'
+        byte "$n"
+    else
+        printf '\x83'
+        byte $((n >> 16))
+        byte $(((n >> 8) & 255))
+        byte $((n & 255))
+    fi
+    cat "$content"
+    rm -f "$content"
+}
+
+# LDAP answers to the search, whose message ID is 2 (the bind's is 1).
+ldap_message() {
+    { printf '\x02\x01\x02'; cat; } | tlv 30
+}
+# ldap_attribute <type> <value file>...: a PartialAttribute.
+ldap_attribute() {
+    local type=$1
+    shift
+    {
+        printf '%s' "$type" | tlv 04
+        for value in "$@"; do tlv 04 <"$value"; done | tlv 31
+    } | tlv 30
+}
+# ldap_message_of <tag in hex>: standard input as that operation's message.
+ldap_message_of() {
+    tlv "$1" | ldap_message
+}
+# An entry of the attributes on standard input.
+ldap_entry() {
+    { printf 'cn=qxcrl fuzz CA' | tlv 04; tlv 30; } | ldap_message_of 64
+}
+# ldap_result <code in hex>: the search's result, no matched DN, no text.
+ldap_result() {
+    printf "\\x0a\\x01\\x$1\\x04\\x00\\x04\\x00" | ldap_message_of 65
+}
+# The two bound bytes of ldap_answer: values, then memory (see the target).
+ldap_bounds() {
+    printf "\\x$1\\x$2"
+}
+binary='certificateRevocationList;binary'
+
 # CRLs of the corpus, and each one's PEM by its issuer's hash, so that
 # certificates can be put with the CRL of their issuer.
 declare -A crl_der_of crl_pem_of
@@ -64,6 +125,8 @@ while IFS= read -r -d '' file; do
         continue
     fi
     cp "$der" "$out/der_details/$name"
+    { ldap_bounds 3f 0b; ldap_attribute "$binary" "$der" | ldap_entry; ldap_result 00; } \
+        >"$out/ldap_answer/$name"
     cp "$der" "$out/file_load/$name"
     pem="$work/$name.pem"
     if openssl crl -inform DER -in "$der" -outform PEM -out "$pem" 2>/dev/null; then
@@ -147,6 +210,32 @@ fetch_seed "$work/leaf.der" 00 "$work/garbage" >"$seeds/pki-leaf-garbage"
     fetch_seed /dev/null 00 "$work/crl.der"
 } >"$seeds/pki-leaf-third-answer"
 cp "$work/leaf.der" "$seeds/pki-leaf-alone"
+seeds="$out/ldap_answer"
+crl=$work/crl.der crl2=$work/crl2.der long=$work/long-crl.der
+: >"$work/empty"
+{
+    ldap_bounds 3f 0b
+    { ldap_attribute "$binary" "$crl" "$long"; ldap_attribute certificateRevocationList "$crl2"; } |
+        ldap_entry
+    ldap_result 00
+} >"$seeds/pki-two-attributes"
+{
+    ldap_bounds 3f 0b
+    ldap_attribute "$binary" "$crl" | ldap_entry
+    printf 'ldap://127.0.0.1/cn=elsewhere' | tlv 04 | ldap_message_of 73
+    ldap_attribute "$binary" "$crl2" "$work/empty" | ldap_entry
+    ldap_result 00
+} >"$seeds/pki-entries-and-reference"
+{ ldap_bounds 3f 0b; ldap_result 20; } >"$seeds/pki-no-such-object"
+{ ldap_bounds 3f 0b; ldap_attribute "$binary" "$crl" | ldap_entry; } >"$seeds/pki-no-result"
+# More values than the first byte allows (5), more bytes than the second (4 KiB).
+{
+    ldap_bounds 04 0b
+    ldap_attribute "$binary" "$crl" "$crl" "$crl" "$crl" "$crl" "$crl" | ldap_entry
+    ldap_result 00
+} >"$seeds/pki-too-many-values"
+{ ldap_bounds 3f 00; ldap_attribute "$binary" "$long" "$long" | ldap_entry; ldap_result 00; } \
+    >"$seeds/pki-too-many-bytes"
 seeds="$out/concat_status"
 (cd "$pki" && cat ca.pem leaf.pem crl.pem leaf2.pem ca2.pem crl2.pem leaf3.pem) >"$seeds/pki-bundle"
 (cd "$pki" && cat crl.pem crl2.pem leaf.pem leaf2.pem leaf3.pem) >"$seeds/pki-crls-first"

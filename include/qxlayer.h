@@ -514,6 +514,25 @@ QXCRL_API StatusCode qxdk_pvtkey_to_obj(SecurityContext* ctx, const QxPrivateKey
 QXCRL_API StatusCode qxtCheckValidity_ext(SecurityContext* ctx, int64_t notBefore,
                                           int64_t notAfter);
 
+/* ------------------------------------------------------- CRL issuers */
+
+/* Verdicts of qxcert_crl_issuer_verdict. */
+#define QX_CRL_ISSUED_BY 0u      /* the certificate issued the CRL */
+#define QX_CRL_BAD_SIGNATURE 1u  /* the signature is not made with its key */
+#define QX_CRL_OTHER_ISSUER 2u   /* the CRL names another issuer than its subject */
+#define QX_CRL_NOT_CRL_SIGNER 3u /* its keyUsage leaves out cRLSign */
+
+/*
+ * Why issuer did or did not issue crl, currency aside: the first of the
+ * verdicts above that applies, in the order name, keyUsage, signature. For
+ * telling a failed qxcrl_VerifyCRL apart from an expired or undated CRL.
+ * QXL_ERR_BAD_ARGUMENT without an argument or the issuer's certificate,
+ * QXL_ERR_TOOLKIT when the check cannot be made (a key of an algorithm the
+ * signature is not of).
+ */
+QXCRL_API StatusCode qxcert_crl_issuer_verdict(SecurityContext* ctx, const struct CrlObject* crl,
+                                               const CertificateRecord* issuer, uint32_t* verdict);
+
 /* ------------------------------------------------ strings and intervals */
 
 /* The interval text that means "the current time". */

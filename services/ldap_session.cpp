@@ -42,8 +42,9 @@ bool ready(Sockbuf_IO_Desc* sbiod, short events) {
     }
 }
 
-int guard_setup(Sockbuf_IO_Desc* sbiod, void* guard) {
-    sbiod->sbiod_pvt = guard;
+// Both layers of our own keep their state where the session says.
+int guard_setup(Sockbuf_IO_Desc* sbiod, void* state) {
+    sbiod->sbiod_pvt = state;
     return 0;
 }
 
@@ -70,6 +71,25 @@ Sockbuf_IO guard_io = {guard_setup, nullptr, guard_ctrl, guard_read, guard_write
 
 // Above the socket's own layer, below TLS.
 constexpr int guard_level = LBER_SBIOD_LEVEL_PROVIDER + 1;
+
+// Above TLS, where the bytes are the directory's messages: a stream that
+// stops framing as LDAPMessages fails the read, so libldap never parses it.
+ber_slen_t framing_read(Sockbuf_IO_Desc* sbiod, void* buffer, ber_len_t length) {
+    const ber_slen_t got = LBER_SBIOD_READ_NEXT(sbiod, buffer, length);
+    auto& check = *static_cast<qxldap::FramingCheck*>(sbiod->sbiod_pvt);
+    if (got > 0 &&
+        !check.take(static_cast<const unsigned char*>(buffer), static_cast<size_t>(got))) {
+        errno = EPROTO;
+        return -1;
+    }
+    return got;
+}
+
+ber_slen_t framing_write(Sockbuf_IO_Desc* sbiod, void* buffer, ber_len_t length) {
+    return LBER_SBIOD_WRITE_NEXT(sbiod, buffer, length);
+}
+
+Sockbuf_IO framing_io = {guard_setup, nullptr, guard_ctrl, framing_read, framing_write, nullptr};
 
 Sockbuf* sockbuf_of(LDAP* ld) {
     Sockbuf* sockbuf = nullptr;
@@ -148,9 +168,10 @@ StatusCode Session::initialize(const SecurityContext* ctx, const char* url,
         (sockbuf = sockbuf_of(ld_)) == nullptr)
         return failed(ctx, "options for", url, rc != LDAP_OPT_SUCCESS ? rc : LDAP_OTHER);
     // The connection, when libldap makes it, uses this sockbuf and puts its
-    // socket and TLS layers under and over the guard. Even the bind's answer
-    // may take at most what is left of the budget.
+    // socket and TLS layers under and over the guard, and under the framing check. Even the bind's
+    // answer may take at most what is left of the budget.
     if (ber_sockbuf_add_io(sockbuf, &guard_io, guard_level, &guard_) != 0 ||
+        ber_sockbuf_add_io(sockbuf, &framing_io, LBER_SBIOD_LEVEL_APPLICATION, &framing_) != 0 ||
         !limit_incoming(maxIncoming))
         return failed(ctx, "options for", url, LDAP_OTHER);
     return 0;

@@ -10,6 +10,7 @@
 #include <ldap.h>
 
 #include "ldap_deadline.h"
+#include "ldap_framing.h"
 #include "qxlayer.h"
 
 namespace qxldap {
@@ -65,7 +66,9 @@ class Session {
                     const QxLdapFetchSettings& settings, Clock::time_point walkEnd);
 
     LDAP* ld_ = nullptr;
-    Guard guard_; // ld_'s sockbuf points here; the destructor unbinds first
+    // ld_'s sockbuf points to both; the destructor unbinds first.
+    Guard guard_;
+    FramingCheck framing_;
 };
 
 } // namespace qxldap

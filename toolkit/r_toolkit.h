@@ -116,10 +116,18 @@ int R_CRL_find_entry(R_CRL* crl, R_CERT* cert, R_CRL_ENTRY* entry);
 int R_CRL_issuer_name_to_binary(R_CRL* crl, uint32_t bufferSize, unsigned char* buffer,
                                 uint32_t* length);
 
+/* Verdicts of R_CRL_verify other than 0 (the issuer signed it). */
+#define R_CRL_VERIFY_BAD_SIGNATURE 1  /* the signature is not the issuer's key's */
+#define R_CRL_VERIFY_OTHER_ISSUER 2   /* the CRL names another issuer */
+#define R_CRL_VERIFY_NOT_CRL_SIGNER 3 /* the issuer's keyUsage lacks cRLSign */
+
 /*
- * Verifies crl's signature with issuer's public key: R_ERROR_NONE with
- * *result 0 for a good signature, R_ERROR_NONE with a non-zero *result for
- * one that does not verify, another status when it could not be attempted.
+ * Whether issuer issued crl (RFC 5280 6.3.3 (f)): the CRL's issuer name
+ * matches issuer's subject (RFC 5280 7.1 comparison), issuer's keyUsage, if
+ * it has one, allows cRLSign, and the signature verifies with issuer's
+ * public key. R_ERROR_NONE with *result 0 when all three hold, R_ERROR_NONE
+ * with *result the first R_CRL_VERIFY_ verdict that fails otherwise, another
+ * status when the check could not be made.
  */
 int R_CRL_verify(R_CRL* crl, R_CERT* issuer, uint32_t* result);
 

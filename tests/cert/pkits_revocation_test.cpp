@@ -1,8 +1,9 @@
 // NIST PKITS cases on revocation by one CRL (section 4.4: basic revocation,
 // bad CRL signature, bad CRL issuer name, wrong CRL, unknown critical CRL and
-// entry extensions, CRL dates, negative and long serials, separate CRL keys):
-// what verification and the status check give, against the expected outcome
-// listed for each case.
+// entry extensions, CRL dates, negative and long serials, separate CRL keys;
+// section 4.7: issuers whose keyUsage leaves out cRLSign): what verification
+// and the status check give, against the expected outcome listed for each
+// case.
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -49,8 +50,9 @@ TEST_F(PkitsRevocationTest, SingleCrlCases) {
         const std::string& id = f.at(0);
         const std::string& crlFile = f.at(7);
         const std::string& expected = f.at(9);
-        // One CRL per case, in the basic CRL section.
-        if (id.rfind("4.4.", 0) != 0 || crlFile == "-" || crlFile.find(';') != std::string::npos)
+        // One CRL per case, in the basic CRL and key usage sections.
+        const bool section = id.rfind("4.4.", 0) == 0 || id.rfind("4.7.", 0) == 0;
+        if (!section || crlFile == "-" || crlFile.find(';') != std::string::npos)
             continue;
         SCOPED_TRACE(id + " " + f.at(1));
         trace_.clear();
@@ -79,12 +81,16 @@ TEST_F(PkitsRevocationTest, SingleCrlCases) {
             EXPECT_EQ(validity, QXCRL_CRL_CURRENT);
             EXPECT_EQ(checked, 0u);
             EXPECT_EQ(status, expected == "revoked" ? QXCRL_CERT_REVOKED : QXCRL_CERT_VALID);
-        } else if (expected == "bad-signature") {
+        } else if (expected == "bad-signature" || expected == "issuer-not-crl-signer") {
             EXPECT_EQ(verified, QXERR_CRL_SIGN);
         } else if (expected == "crl-expired") {
             EXPECT_EQ(verified, QXERR_CRL_EXPIRED);
             EXPECT_EQ(validity, QXCRL_CRL_EXPIRED);
         } else if (expected == "crl-issuer-mismatch") {
+            // 4.4.5's CRL is signed with its CA's key under another name: not the CA's.
+            if (id == "4.4.5") {
+                EXPECT_EQ(verified, QXERR_CRL_SIGN);
+            }
             // The CRL does not speak for the certificate: no entry is looked up.
             EXPECT_EQ(checked, 0u);
             EXPECT_EQ(status, QXCRL_CERT_VALID);
@@ -98,8 +104,9 @@ TEST_F(PkitsRevocationTest, SingleCrlCases) {
         qxcert_free(ctx_, &signer);
         qxcrl_Destroy(ctx_, &crl);
     }
-    const std::set<std::string> mustCover = {
-        "4.4.3",  "4.4.4",  "4.4.5",  "4.4.6",  "4.4.8",  "4.4.9",  "4.4.10", "4.4.11", "4.4.12",
-        "4.4.13", "4.4.14", "4.4.15", "4.4.16", "4.4.17", "4.4.18", "4.4.19", "4.4.20"};
+    const std::set<std::string> mustCover = {"4.4.3",  "4.4.4",  "4.4.5",  "4.4.6",  "4.4.8",
+                                             "4.4.9",  "4.4.10", "4.4.11", "4.4.12", "4.4.13",
+                                             "4.4.14", "4.4.15", "4.4.16", "4.4.17", "4.4.18",
+                                             "4.4.19", "4.4.20", "4.7.4",  "4.7.5"};
     EXPECT_EQ(covered, mustCover);
 }

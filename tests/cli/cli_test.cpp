@@ -116,13 +116,37 @@ TEST_F(CliTest, HelpOnEveryCommand) {
     }
 }
 
-TEST_F(CliTest, VerifyAnswersOkExpiredOrBadSignature) {
+TEST_F(CliTest, VerifySaysOkExpiredOrWhatIsWrong) {
     Result result = run("verify crl.pem --issuer ca.pem");
     EXPECT_EQ(result.exit, 0);
     EXPECT_EQ(result.out, "ok\n");
-    result = run("verify crl.der --issuer other.pem");
+    result = run("verify crl.der --issuer impostor.pem");
     EXPECT_EQ(result.exit, 2);
     EXPECT_EQ(result.out, "bad-signature\n");
+    EXPECT_EQ(result.err, "qxcrl: note: the signature is not made with the issuer's key\n");
+    result = run("verify crl.der --issuer other.pem");
+    EXPECT_EQ(result.exit, 2);
+    EXPECT_EQ(result.out, "other-issuer\n");
+
+    // An issuer that may not sign CRLs, and a CRL its issuer signed without a next update.
+    IssuerOptions certSignOnly;
+    certSignOnly.keyUsage = "critical,keyCertSign";
+    const Issuer notCrlSigner = make_issuer(certSignOnly);
+    write_text(dir_ / "cert-signer.pem", cert_pem(notCrlSigner.cert.get()));
+    write_file(dir_ / "cert-signer.crl", make_crl(notCrlSigner, {}));
+    result = run("verify cert-signer.crl --issuer cert-signer.pem");
+    EXPECT_EQ(result.exit, 2);
+    EXPECT_EQ(result.out, "not-crl-signer\n");
+    const Issuer& shared = shared_issuer();
+    write_text(dir_ / "shared.pem", cert_pem(shared.cert.get()));
+    CrlOptions undated;
+    undated.nextUpdate.reset();
+    write_file(dir_ / "undated.crl", make_crl(shared, undated));
+    result = run("verify undated.crl --issuer shared.pem");
+    EXPECT_EQ(result.exit, 1);
+    EXPECT_EQ(result.out, "no-next-update\n");
+    EXPECT_NE(result.err.find("has no next update"), std::string::npos) << result.err;
+
     ASSERT_EQ(run("next-update crl.pem --issuer ca.pem --key ca.key --next-update now "
                   "--out expired.pem")
                   .exit,

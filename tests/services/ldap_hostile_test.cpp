@@ -362,3 +362,33 @@ TEST_F(LdapHostileTest, EntriesAreReadAsTheDirectorySendsThem) {
                                                  ldap_err2string(LDAP_DECODING_ERROR) + "\n");
     }
 }
+
+// libldap gives up on a message whose operation header it cannot read
+// without letting go of the request it answers; such a message must end the
+// fetch before libldap reads it (the sanitizers' leak check sees the rest).
+TEST_F(LdapHostileTest, AnswersThatDoNotFrameEndTheFetch) {
+    const Bytes crl = shared_crl_revoking(0x1C);
+    const std::string entry = HostileLdap::tlv(
+        0x64, HostileLdap::tlv(0x04, "cn=ca") +
+                  HostileLdap::tlv(
+                      0x30, HostileLdap::attribute("certificateRevocationList;binary", {crl})));
+    const std::string id = HostileLdap::tlv(0x02, "\x02");
+    const std::string done =
+        HostileLdap::tlv(0x30, id + std::string("\x65\x07\x0a\x01\x00\x04\x00\x04\x00", 9));
+    {
+        const HostileLdap framed =
+            HostileLdap::answering_verbatim(HostileLdap::tlv(0x30, id + entry) + done);
+        ASSERT_EQ(fetch(framed.url()), 0u);
+        EXPECT_EQ(ders_of(list_), std::vector<Bytes>{crl});
+        qxldap_free_list(ctx_, &list_);
+    }
+    for (const std::string& unframed :
+         {HostileLdap::tlv(0x30, id), HostileLdap::tlv(0x30, id + "\x64\x85\x01"),
+          HostileLdap::tlv(0x30, id + entry.substr(0, 1) + "\x7f" + entry.substr(2))}) {
+        SCOPED_TRACE(unframed.size());
+        const HostileLdap server =
+            HostileLdap::answering_verbatim(HostileLdap::tlv(0x30, id + entry) + unframed + done);
+        EXPECT_EQ(fetch(server.url()), QXL_ERR_FETCH);
+        EXPECT_EQ(list_, nullptr);
+    }
+}

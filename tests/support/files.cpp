@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <stdexcept>
 
 #include <fcntl.h>
@@ -10,6 +11,9 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+#include <openssl/bio.h>
+#include <openssl/err.h>
+#include <openssl/pem.h>
 
 namespace qxtest {
 
@@ -80,6 +84,27 @@ std::string openssl_name_text(const std::filesystem::path& pem, const std::strin
         return {};
     }
     return text.substr(prefix.size(), text.size() - prefix.size() - 1);
+}
+
+std::vector<unsigned char> pem_block(const std::filesystem::path& path, const std::string& label) {
+    std::unique_ptr<BIO, decltype(&BIO_free)> in(BIO_new_file(path.c_str(), "r"), BIO_free);
+    char* name = nullptr;
+    char* header = nullptr;
+    unsigned char* data = nullptr;
+    long length = 0;
+    std::vector<unsigned char> block;
+    while (in != nullptr && block.empty() &&
+           PEM_read_bio(in.get(), &name, &header, &data, &length) == 1) {
+        if (label == name)
+            block.assign(data, data + length);
+        OPENSSL_free(name);
+        OPENSSL_free(header);
+        OPENSSL_free(data);
+    }
+    ERR_clear_error();
+    if (block.empty())
+        ADD_FAILURE() << "no " << label << " block in " << path;
+    return block;
 }
 
 std::filesystem::path corpus_dir() {

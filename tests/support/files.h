@@ -42,6 +42,10 @@ int run_in(const std::filesystem::path& dir, const std::string& command);
 // "<field>=" prefix and the line end; empty with a test failure if it fails.
 std::string openssl_name_text(const std::filesystem::path& pem, const std::string& field);
 
+// The content of the first PEM block labelled label in the file at path (a
+// bundle may hold several); empty with a test failure if it has none.
+std::vector<unsigned char> pem_block(const std::filesystem::path& path, const std::string& label);
+
 // The shared test corpus, or an empty path when this checkout has none.
 std::filesystem::path corpus_dir();
 

@@ -223,6 +223,12 @@ HostileLdap HostileLdap::serving_attributes(const std::string& attributes, int r
     return HostileLdap(std::move(state));
 }
 
+HostileLdap HostileLdap::answering_verbatim(const std::string& reply) {
+    auto state = listening(Behaviour::Verbatim);
+    state->verbatimReply = reply;
+    return HostileLdap(std::move(state));
+}
+
 std::string HostileLdap::tlv(unsigned char tag, const std::string& content) {
     return qxtest::tlv(tag, content);
 }
@@ -257,7 +263,7 @@ void HostileLdap::run(State& state) {
             fds[0].revents != 0 ? accept4(state.listener, nullptr, nullptr, SOCK_NONBLOCK) : -1;
         if (connection >= 0) {
             state.accepted.fetch_add(1);
-            if (state.behaviour == Behaviour::Serving) {
+            if (state.behaviour == Behaviour::Serving || state.behaviour == Behaviour::Verbatim) {
                 serve(state, connection);
                 close(connection);
             } else {
@@ -285,7 +291,12 @@ void HostileLdap::serve(State& state, int connection) {
         std::string reply;
         if (request.operation == bind_request)
             reply = message(request.messageId, result(0x61, 0));
-        else if (request.operation == search_request)
+        else if (request.operation == search_request && state.behaviour == Behaviour::Verbatim) {
+            // The client reads to the end of what is sent, and no further.
+            write_all(connection, state.verbatimReply, state.wake[0], end);
+            shutdown(connection, SHUT_WR);
+            return;
+        } else if (request.operation == search_request)
             reply = message(request.messageId, state.entryContent) +
                     message(request.messageId, state.resultContent);
         else if (request.operation == unbind)

@@ -1,12 +1,12 @@
 // Misbehaving LDAP servers on 127.0.0.1 for tests of the fetch's bounds.
 //
 // HostileLdap runs one listener on a thread of its own and behaves in one of
-// three ways: it accepts and never says a word; it accepts what a client
+// four ways: it accepts and never says a word; it accepts what a client
 // takes for an ldaps:// port and never finishes the TLS handshake (sending
 // nothing, the first bytes of a ServerHello, or a ServerHello byte by byte
-// far apart); or it answers the bind and
-// a search with one entry carrying many values of
-// certificateRevocationList;binary, then a result. Every wait it makes is
+// far apart); it answers the bind and a search with one entry carrying many
+// values of certificateRevocationList;binary, then a result; or it answers
+// the bind, then the search with bytes that may be anything. Every wait it makes is
 // bounded, and it stops by itself after its lifetime even if nobody stops it.
 //
 // BlackHole is a port whose listen queue is full, so a connect to it never
@@ -44,6 +44,10 @@ class HostileLdap {
     // The same with an entry whose attribute list holds attributes: BER
     // that may be anything.
     static HostileLdap serving_attributes(const std::string& attributes, int resultCode = 0);
+    // Answers every bind with success and the first search with reply as
+    // it stands (whole LDAPMessages, their IDs included, or not), then
+    // ends the connection.
+    static HostileLdap answering_verbatim(const std::string& reply);
 
     // BER to build attributes with: one element, and a PartialAttribute.
     static std::string tlv(unsigned char tag, const std::string& content);
@@ -68,7 +72,7 @@ class HostileLdap {
     static constexpr auto per_connection = std::chrono::seconds(10);
 
   private:
-    enum class Behaviour { Silent, StalledHandshake, Serving };
+    enum class Behaviour { Silent, StalledHandshake, Serving, Verbatim };
     struct State {
         Behaviour behaviour = Behaviour::Silent;
         int listener = -1;
@@ -77,6 +81,7 @@ class HostileLdap {
         std::chrono::milliseconds trickle{0}; // 0: all of it at once
         std::string entryContent;             // the entry, its message ID left out
         std::string resultContent;            // the search result, likewise
+        std::string verbatimReply;            // Verbatim: the search's whole answer
         std::atomic<size_t> accepted{0};
     };
 

@@ -137,9 +137,10 @@ Issuer make_issuer(const IssuerOptions& recipe) {
     X509V3_CTX v3;
     X509V3_set_ctx(&v3, cert, cert, nullptr, nullptr, 0);
     for (auto [nid, value] : {std::pair{NID_basic_constraints, "critical,CA:TRUE"},
-                              std::pair{NID_key_usage, "critical,keyCertSign,cRLSign"},
+                              std::pair{NID_key_usage, recipe.keyUsage.c_str()},
                               std::pair{NID_subject_key_identifier, "hash"}}) {
-        if (nid == NID_subject_key_identifier && !recipe.subjectKeyIdentifier)
+        if ((nid == NID_subject_key_identifier && !recipe.subjectKeyIdentifier) ||
+            (nid == NID_key_usage && recipe.keyUsage.empty()))
             continue;
         X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, &v3, nid, value);
         require(extension != nullptr, "issuer extension");

@@ -59,6 +59,8 @@ struct IssuerOptions {
     time_t notBefore = std::time(nullptr) - 86400;
     time_t notAfter = std::time(nullptr) + 365 * 86400;
     bool subjectKeyIdentifier = true;
+    // The keyUsage extension as OpenSSL's configuration writes it; empty for none.
+    std::string keyUsage = "critical,keyCertSign,cRLSign";
 };
 
 Issuer make_issuer(const IssuerOptions& recipe);
