@@ -42,6 +42,12 @@ int run_in(const std::filesystem::path& dir, const std::string& command);
 // "<field>=" prefix and the line end; empty with a test failure if it fails.
 std::string openssl_name_text(const std::filesystem::path& pem, const std::string& field);
 
+// Whether `openssl crl -verify` finds the signature of the CRL in file crl
+// (DER or PEM) good under the PEM certificate in file ca, both in dir. Read
+// from what it prints: it exits with 0 for a signature that does not verify.
+bool openssl_crl_verifies(const std::filesystem::path& dir, const std::string& crl,
+                          const std::string& ca);
+
 // The shared test corpus, or an empty path when this checkout has none.
 std::filesystem::path corpus_dir();
 
