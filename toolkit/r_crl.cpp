@@ -72,6 +72,19 @@ extern "C" int R_CRL_free(R_CRL* crl) {
     return R_ERROR_NONE;
 }
 
+void r_crl_changed(R_CRL* crl) {
+    // Once marked, the CRL stays so: OpenSSL keeps a received encoding only
+    // from decoding, so one call is enough, and a setter called in a loop
+    // does not measure the whole list every time.
+    if (crl->reencodes)
+        return;
+    // The call marks the to-be-signed part changed before it measures it,
+    // so the mark holds even if measuring fails; the length is not needed.
+    if (i2d_re_X509_CRL_tbs(crl->x509, nullptr) <= 0)
+        ERR_clear_error();
+    crl->reencodes = true;
+}
+
 extern "C" R_LIB_CTX* R_CRL_get0_lib_ctx(const R_CRL* crl) {
     return crl == nullptr ? nullptr : crl->libCtx;
 }

@@ -38,15 +38,21 @@ int set_version(X509_CRL* crl, uint32_t version) {
 extern "C" int R_CRL_set_info(R_CRL* crl, int id, const void* value) {
     if (crl == nullptr || crl->x509 == nullptr || value == nullptr)
         return R_ERROR_NULL_ARG;
+    int status = R_ERROR_FAILED;
     switch (id) {
     case R_CRL_INFO_THIS_UPDATE:
     case R_CRL_INFO_NEXT_UPDATE:
-        return set_update(crl->x509, id, static_cast<const R_TIME*>(value));
+        status = set_update(crl->x509, id, static_cast<const R_TIME*>(value));
+        break;
     case R_CRL_INFO_VERSION:
-        return set_version(crl->x509, *static_cast<const uint32_t*>(value));
+        status = set_version(crl->x509, *static_cast<const uint32_t*>(value));
+        break;
     default:
         return R_ERROR_FAILED;
     }
+    if (status == R_ERROR_NONE)
+        r_crl_changed(crl);
+    return status;
 }
 
 extern "C" int R_CRL_add_entry(R_CRL* crl, R_CRL_ENTRY* entry) {
@@ -69,5 +75,8 @@ extern "C" int R_CRL_add_entry(R_CRL* crl, R_CRL_ENTRY* entry) {
         ERR_clear_error();
         return R_ERROR_ALLOC_FAILURE;
     }
+    // OpenSSL 3.0 marks the list changed itself; said here too, so that every
+    // setter keeps the same promise whatever OpenSSL does.
+    r_crl_changed(crl);
     return R_ERROR_NONE;
 }

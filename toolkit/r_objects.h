@@ -26,6 +26,9 @@ struct R_CERT_CTX {
 struct R_CRL {
     X509_CRL* x509;
     R_LIB_CTX* libCtx;
+    // A decoded CRL writes, and verifies, its to-be-signed part as received
+    // until told it changed; set once it has been (see r_crl_changed).
+    bool reencodes = false;
 };
 
 /* An INTEGER's DER, kept so that its content octets can be handed out. */
@@ -129,6 +132,15 @@ ASN1_TIME* r_time_to_asn1(int64_t seconds, ASN1_TIME* reuse);
  * before 1950 or after 9999, where RFC 5280's two encodings end.
  */
 int r_crl_time(int64_t seconds, ASN1_TIME** asn1);
+
+/*
+ * Makes crl write its to-be-signed part from its fields from now on, as
+ * every setter must after changing one: OpenSSL would otherwise keep writing
+ * (and verifying) a decoded CRL's received bytes, old values and old
+ * signature included. The signature is left as it was, so a changed CRL
+ * does not verify until it is signed again.
+ */
+void r_crl_changed(R_CRL* crl);
 
 /* Makes entry hold revoked (taking it), freeing what it held. */
 void r_crl_entry_set0(R_CRL_ENTRY* entry, X509_REVOKED* revoked);

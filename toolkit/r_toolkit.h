@@ -134,6 +134,12 @@ int R_CRL_verify(R_CRL* crl, R_CERT* issuer, uint32_t* result);
 /* ------------------------------------------------------------ CRL writing */
 
 /*
+ * A change made by the setters below is in what R_CRL_to_binary writes and
+ * what R_CRL_verify checks from then on, for a decoded CRL too: a signed
+ * CRL that is changed no longer verifies until R_CRL_sign signs it again.
+ */
+
+/*
  * Sets a field: R_CRL_INFO_THIS_UPDATE and R_CRL_INFO_NEXT_UPDATE take an
  * R_TIME* (encoded as UTCTime through 2049, GeneralizedTime from 2050;
  * R_ERROR_TIME_RANGE outside 1950 to 9999), R_CRL_INFO_VERSION a uint32_t*

@@ -60,6 +60,12 @@ class CrlAuthoringTest : public LayerTest {
         keys_.push_back(made);
         return made;
     }
+    // A record of an issuer whose certificate ran out a minute ago.
+    CertificateRecord* expired_record() {
+        IssuerOptions lapsed;
+        lapsed.notAfter = std::time(nullptr) - 60;
+        return record(make_issuer(lapsed).cert.get());
+    }
     CertificateRecord* leaf(const Issuer& issuer, const Bytes& serial) {
         LeafOptions options;
         options.serial = serial;
@@ -71,11 +77,50 @@ class CrlAuthoringTest : public LayerTest {
         TempDir dir;
         write_file(dir / "crl.der", toolkit_bytes(crl_->crl, R_CRL_to_binary));
         write_text(dir / "issuer.pem", cert_pem(issuer.cert.get()));
-        if (run_in(dir.path(), "openssl crl -inform DER -in crl.der -CAfile issuer.pem -verify "
-                               "-noout -text > text.txt") != 0)
+        if (!openssl_crl_verifies(dir.path(), "crl.der", "issuer.pem") ||
+            run_in(dir.path(), "openssl crl -inform DER -in crl.der -noout -text > text.txt") != 0)
             return "";
         const Bytes text = read_file(dir / "text.txt");
         return std::string(text.begin(), text.end());
+    }
+    // What qxcrl_GetBase64 writes for crl_: the DER the openssl command reads
+    // in it, and whether that command verifies it under issuer.
+    struct Written {
+        Bytes der;
+        bool verified = false;
+    };
+    Written written(const Issuer& issuer) {
+        Written out;
+        char* text = nullptr;
+        uint32_t length = 0;
+        EXPECT_EQ(qxcrl_GetBase64(ctx_, crl_, &text, &length), 0u);
+        if (text == nullptr)
+            return out;
+        TempDir dir;
+        write_text(dir / "crl.pem", std::string(text, length));
+        qxumfree(ctx_, &text);
+        write_text(dir / "issuer.pem", cert_pem(issuer.cert.get()));
+        EXPECT_EQ(run_in(dir.path(), "openssl crl -in crl.pem -outform DER -out crl.der"), 0);
+        out.der = read_file(dir / "crl.der");
+        out.verified = openssl_crl_verifies(dir.path(), "crl.pem", "issuer.pem");
+        return out;
+    }
+    // Replaces crl_ with a CRL that `openssl ca` makes as issuer.
+    void load_openssl_ca_crl(const Issuer& issuer, const OpensslCaOptions& recipe) {
+        qxcrl_Destroy(ctx_, &crl_);
+        TempDir dir;
+        const Bytes der = openssl_ca_crl(dir.path(), issuer, recipe);
+        ASSERT_FALSE(der.empty());
+        ASSERT_EQ(qxcrl_CreateCtx(ctx_, &crl_, der.data(), static_cast<uint32_t>(der.size())), 0u);
+    }
+    std::string next_update(CrlObject* crl) {
+        char text[129] = {};
+        EXPECT_EQ(qxcrl_GetDetails(ctx_, crl, QXCRL_DETAIL_NEXT_UPDATE, 0, text), 0u);
+        return text;
+    }
+    StatusCode verify(CrlObject* crl, CertificateRecord* issuer) {
+        CrlValidity validity = 0;
+        return qxcrl_Verify(ctx_, crl, issuer->cert, &validity);
     }
     std::vector<std::string> closing_traces() const {
         std::vector<std::string> found;
@@ -382,4 +427,131 @@ TEST_F(CrlAuthoringTest, AllocationFailureSweeps) {
         [&](StatusCode status, bool injected) {
             EXPECT_EQ(status, injected ? QXL_ERR_OUT_OF_MEMORY : 0u);
         });
+}
+
+TEST_F(CrlAuthoringTest, AFailedReDateIsWrittenAsItIsRead) {
+    // Whatever made the CRL, the new next update stays in it unsigned: what
+    // it says, what it writes and what verifies all agree.
+    const Issuer& ec = shared_issuer(KeyKind::EcP256);
+    const Issuer& rsa = shared_issuer(KeyKind::Rsa2048);
+    CertificateRecord* ecRecord = record(ec.cert.get());
+    CertificateRecord* rsaRecord = record(rsa.cert.get());
+    QxPrivateKey* ecKey = key(ec.key.get());
+    QxPrivateKey* rsaKey = key(rsa.key.get());
+    CertificateRecord* expiredRecord = expired_record();
+    CertificateRecord noCert = *ecRecord;
+    noCert.cert = nullptr;
+
+    enum class Source { OpensslCa, Here, HereReadBack };
+    struct Case {
+        const char* what;
+        Source source;
+        const Issuer* issuer;
+        CertificateRecord* issuerRecord;
+        QxPrivateKey* issuerKey;
+        std::string digest; // of an openssl CRL
+        CertificateRecord* signer;
+        StatusCode status;
+    };
+    const std::vector<Case> cases = {
+        {"openssl ca, expired issuer", Source::OpensslCa, &ec, ecRecord, ecKey, "sha256",
+         expiredRecord, QXL_ERR_CERT_EXPIRED},
+        {"openssl ca, issuer record without its certificate", Source::OpensslCa, &ec, ecRecord,
+         ecKey, "sha256", &noCert, QXERR_BAD_PARAMETER},
+        {"openssl ca, MD5, which is never signed with", Source::OpensslCa, &rsa, rsaRecord, rsaKey,
+         "md5", rsaRecord, QXERR_CRL_SIGN},
+        {"made here, expired issuer", Source::Here, &ec, ecRecord, ecKey, "", expiredRecord,
+         QXL_ERR_CERT_EXPIRED},
+        {"made here, written and read back, expired issuer", Source::HereReadBack, &ec, ecRecord,
+         ecKey, "", expiredRecord, QXL_ERR_CERT_EXPIRED},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        if (c.source == Source::OpensslCa) {
+            OpensslCaOptions recipe;
+            recipe.digest = c.digest;
+            ASSERT_NO_FATAL_FAILURE(load_openssl_ca_crl(*c.issuer, recipe));
+        } else {
+            qxcrl_Destroy(ctx_, &crl_);
+            ASSERT_EQ(qxcrl_Create(ctx_, &crl_, c.issuerKey, c.issuerRecord, "7d", 9), 0u);
+            if (c.source == Source::HereReadBack) {
+                const Bytes der = written(*c.issuer).der;
+                qxcrl_Destroy(ctx_, &crl_);
+                ASSERT_EQ(
+                    qxcrl_CreateCtx(ctx_, &crl_, der.data(), static_cast<uint32_t>(der.size())),
+                    0u);
+            }
+        }
+        ASSERT_NE(crl_, nullptr);
+        const std::string before = next_update(crl_);
+        ASSERT_TRUE(written(*c.issuer).verified);
+        ASSERT_EQ(verify(crl_, c.issuerRecord), 0u);
+
+        EXPECT_EQ(qxcrl_SetNextUpdate(ctx_, crl_, c.issuerKey, c.signer, "30d"), c.status);
+        const std::string after = next_update(crl_);
+        EXPECT_NE(after, before);
+        const Written changed = written(*c.issuer);
+        auto read = openssl_crl(changed.der);
+        ASSERT_NE(read, nullptr);
+        EXPECT_EQ(rfc3339(X509_CRL_get0_nextUpdate(read.get())), after);
+        // The old signature does not cover the new time.
+        EXPECT_FALSE(changed.verified);
+        EXPECT_EQ(verify(crl_, c.issuerRecord), QXERR_CRL_SIGN);
+        CrlObject* back = nullptr;
+        EXPECT_EQ(qxcrl_CreateCtx(ctx_, &back, changed.der.data(),
+                                  static_cast<uint32_t>(changed.der.size())),
+                  0u);
+        if (back != nullptr && back->crl != nullptr) {
+            EXPECT_EQ(next_update(back), after);
+            EXPECT_EQ(verify(back, c.issuerRecord), QXERR_CRL_SIGN);
+        }
+        qxcrl_Destroy(ctx_, &back);
+
+        // Signed as it should have been, it verifies again, the new time kept.
+        if (c.signer != c.issuerRecord) {
+            ASSERT_EQ(qxcrl_SetNextUpdate(ctx_, crl_, c.issuerKey, c.issuerRecord, "30d"), 0u);
+            EXPECT_TRUE(written(*c.issuer).verified);
+            EXPECT_EQ(verify(crl_, c.issuerRecord), 0u);
+        }
+    }
+}
+
+TEST_F(CrlAuthoringTest, AFailedRevocationIsWrittenAsItIsRead) {
+    const Issuer& issuer = shared_issuer(KeyKind::EcP256);
+    CertificateRecord* issuerRecord = record(issuer.cert.get());
+    QxPrivateKey* issuerKey = key(issuer.key.get());
+    CertificateRecord* expiredRecord = expired_record();
+    CertificateRecord noCert = *issuerRecord;
+    noCert.cert = nullptr;
+    LeafOptions leafRecipe;
+    leafRecipe.serial = {0x42, 0x42};
+    const Cert leafCert = make_leaf(issuer, leafRecipe);
+    CertificateRecord* revoked = record(leafCert.get());
+
+    struct Case {
+        const char* what;
+        CertificateRecord* signer;
+        StatusCode status;
+    };
+    for (const Case& c :
+         {Case{"expired issuer", expiredRecord, QXL_ERR_CERT_EXPIRED},
+          Case{"issuer record without its certificate", &noCert, QXERR_BAD_PARAMETER}}) {
+        SCOPED_TRACE(c.what);
+        ASSERT_NO_FATAL_FAILURE(load_openssl_ca_crl(issuer, {}));
+        ASSERT_TRUE(written(issuer).verified);
+
+        EXPECT_EQ(qxcrl_RevokeCert(ctx_, crl_, issuerKey, c.signer, revoked, 9), c.status);
+        uint32_t count = 0;
+        ASSERT_EQ(qxcrl_GetDetails(ctx_, crl_, QXCRL_DETAIL_ENTRY_COUNT, 0, &count), 0u);
+        EXPECT_EQ(count, 2u);
+        const Written changed = written(issuer);
+        auto read = openssl_crl(changed.der);
+        ASSERT_NE(read, nullptr);
+        EXPECT_EQ(sk_X509_REVOKED_num(X509_CRL_get_REVOKED(read.get())), 2);
+        X509_REVOKED* entry = nullptr;
+        EXPECT_EQ(
+            X509_CRL_get0_by_serial(read.get(), &entry, X509_get0_serialNumber(leafCert.get())), 1);
+        EXPECT_FALSE(changed.verified);
+        EXPECT_EQ(verify(crl_, issuerRecord), QXERR_CRL_SIGN);
+    }
 }

@@ -107,6 +107,16 @@ std::vector<unsigned char> pem_block(const std::filesystem::path& path, const st
     return block;
 }
 
+bool openssl_crl_verifies(const std::filesystem::path& dir, const std::string& crl,
+                          const std::string& ca) {
+    const std::filesystem::path verdict = dir / (crl + ".verdict.txt");
+    if (run_in(dir, "openssl crl -in '" + crl + "' -CAfile '" + ca + "' -verify -noout 2> '" +
+                        verdict.filename().string() + "'") != 0)
+        return false;
+    const std::vector<unsigned char> bytes = read_file(verdict);
+    return std::string(bytes.begin(), bytes.end()) == "verify OK\n";
+}
+
 std::filesystem::path corpus_dir() {
     const char* configured = std::getenv("QXCRL_CORPUS");
     std::filesystem::path dir = configured ? configured : QXCRL_DEFAULT_CORPUS;

@@ -46,6 +46,12 @@ std::string openssl_name_text(const std::filesystem::path& pem, const std::strin
 // bundle may hold several); empty with a test failure if it has none.
 std::vector<unsigned char> pem_block(const std::filesystem::path& path, const std::string& label);
 
+// Whether `openssl crl -verify` finds the signature of the CRL in file crl
+// (DER or PEM) good under the PEM certificate in file ca, both in dir. Read
+// from what it prints: it exits with 0 for a signature that does not verify.
+bool openssl_crl_verifies(const std::filesystem::path& dir, const std::string& crl,
+                          const std::string& ca);
+
 // The shared test corpus, or an empty path when this checkout has none.
 std::filesystem::path corpus_dir();
 

@@ -1,12 +1,16 @@
 #include "test_pki.h"
 
+#include <ctime>
 #include <map>
 #include <stdexcept>
 
+#include <gtest/gtest.h>
 #include <openssl/bn.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 #include <openssl/x509v3.h>
+
+#include "files.h"
 
 namespace qxtest {
 
@@ -255,6 +259,56 @@ Bytes shared_crl_revoking(unsigned char serial) {
     options.revoked.push_back(revoked_serial({serial}));
     options.crlNumber = serial;
     return make_crl(shared_issuer(), options);
+}
+
+Bytes openssl_ca_crl(const std::filesystem::path& dir, const Issuer& issuer,
+                     const OpensslCaOptions& recipe) {
+    write_text(dir / "ca.key", key_pem(issuer.key.get()));
+    write_text(dir / "ca.pem", cert_pem(issuer.cert.get()));
+    // A crlnumber file has openssl number its CRLs, which makes them v2.
+    write_text(dir / "ca.cnf",
+               std::string("[ ca ]\ndefault_ca = test_ca\n"
+                           "[ test_ca ]\ndatabase = ./index.txt\ncertificate = ./ca.pem\n"
+                           "private_key = ./ca.key\ndefault_crl_days = 7\n"
+                           "default_md = ") +
+                   recipe.digest + "\n" +
+                   (recipe.crlExtensions ? "crlnumber = ./crlnumber\n" : "") +
+                   "[ crl_ext ]\nauthorityKeyIdentifier = keyid:always\n");
+    std::string commands = "touch index.txt && echo 01 > crlnumber";
+    for (size_t i = 0; i < recipe.revoked.size(); ++i) {
+        LeafOptions leaf;
+        leaf.serial = recipe.revoked[i];
+        const std::string name = "leaf" + std::to_string(i) + ".pem";
+        write_text(dir / name, cert_pem(make_leaf(issuer, leaf).get()));
+        // A certificate the CA has no record of is recorded, then revoked.
+        commands += " && openssl ca -config ca.cnf -revoke " + name;
+        if (!recipe.reason.empty())
+            commands += " -crl_reason " + recipe.reason;
+    }
+    commands += " && openssl ca -config ca.cnf -gencrl";
+    if (recipe.crlExtensions)
+        commands += " -crlexts crl_ext";
+    commands += " -out crl.pem && openssl crl -in crl.pem -outform DER -out crl.der";
+    if (run_in(dir, commands) != 0) {
+        ADD_FAILURE() << "openssl ca failed; see " << (dir / "log.txt");
+        return {};
+    }
+    return read_file(dir / "crl.der");
+}
+
+Crl openssl_crl(const Bytes& der) {
+    const unsigned char* cursor = der.data();
+    Crl crl(d2i_X509_CRL(nullptr, &cursor, static_cast<long>(der.size())));
+    EXPECT_NE(crl, nullptr);
+    return crl;
+}
+
+std::string rfc3339(const ASN1_TIME* time) {
+    struct tm fields {};
+    EXPECT_EQ(ASN1_TIME_to_tm(time, &fields), 1);
+    char text[32] = {};
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &fields);
+    return text;
 }
 
 Bytes cert_der(const X509* cert) {

@@ -4,6 +4,7 @@
 #define QXCRL_TESTS_SUPPORT_TEST_PKI_H
 
 #include <ctime>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -23,8 +24,12 @@ struct PkeyFree {
 struct X509Free {
     void operator()(X509* cert) const { X509_free(cert); }
 };
+struct X509CrlFree {
+    void operator()(X509_CRL* crl) const { X509_CRL_free(crl); }
+};
 using Pkey = std::unique_ptr<EVP_PKEY, PkeyFree>;
 using Cert = std::unique_ptr<X509, X509Free>;
+using Crl = std::unique_ptr<X509_CRL, X509CrlFree>;
 
 enum class KeyKind { Rsa2048, RsaPss, EcP256, Ed25519, Ed448 };
 
@@ -117,6 +122,29 @@ Bytes make_crl(const Issuer& issuer, const CrlOptions& recipe);
 // A CRL of the shared issuer that revokes the one-byte serial and has it as
 // its number, so that CRLs made with different serials differ.
 Bytes shared_crl_revoking(unsigned char serial);
+
+// What openssl_ca_crl has the openssl command do.
+struct OpensslCaOptions {
+    std::vector<Bytes> revoked = {{0x10, 0x01}}; // serials of the leaves it revokes
+    std::string reason;                          // -crl_reason of each; none when empty
+    std::string digest = "sha256";               // of its signature ("md5" with an RSA issuer)
+    // A CRL Number and an Authority Key Identifier; without them, and
+    // without reasons, the CRL is v1.
+    bool crlExtensions = true;
+};
+
+// A DER CRL that `openssl ca`, holding issuer's key and certificate, makes in
+// dir after revoking leaves of issuer with the given serials; empty, with a
+// test failure, when a command fails. dir keeps ca.pem, crl.pem and crl.der.
+Bytes openssl_ca_crl(const std::filesystem::path& dir, const Issuer& issuer,
+                     const OpensslCaOptions& recipe = {});
+
+// der read by OpenSSL on its own; NULL, with a test failure, when it is no CRL.
+Crl openssl_crl(const Bytes& der);
+
+// A time as OpenSSL reads it, in the RFC 3339 form the detail items give
+// ("2026-01-01T00:00:00Z").
+std::string rfc3339(const ASN1_TIME* time);
 
 Bytes cert_der(const X509* cert);
 

@@ -3,6 +3,8 @@
 // peer; private keys in every form they arrive in.
 #include <algorithm>
 #include <climits>
+#include <ctime>
+#include <functional>
 #include <memory>
 #include <regex>
 #include <set>
@@ -24,10 +26,6 @@
 using namespace qxtest;
 
 namespace {
-
-struct CrlFree {
-    void operator()(X509_CRL* crl) const { X509_CRL_free(crl); }
-};
 
 constexpr int64_t jan2026 = 1767225600;  // 2026-01-01T00:00:00Z
 constexpr int64_t feb2026 = 1769904000;  // 2026-02-01T00:00:00Z
@@ -67,19 +65,19 @@ Bytes integer_tlv(const Bytes& content) {
     return tlv;
 }
 
-std::unique_ptr<X509_CRL, CrlFree> openssl_crl(const Bytes& der) {
-    const unsigned char* cursor = der.data();
-    X509_CRL* crl = d2i_X509_CRL(nullptr, &cursor, static_cast<long>(der.size()));
-    EXPECT_NE(crl, nullptr);
-    return std::unique_ptr<X509_CRL, CrlFree>(crl);
-}
-
 int extension_count(const X509_CRL* crl, int nid) {
     int count = 0;
     for (int i = X509_CRL_get_ext_by_NID(crl, nid, -1); i >= 0;
          i = X509_CRL_get_ext_by_NID(crl, nid, i))
         ++count;
     return count;
+}
+
+// Seconds since 1970 of a time as OpenSSL reads it.
+int64_t seconds_of(const ASN1_TIME* time) {
+    struct tm fields {};
+    EXPECT_EQ(ASN1_TIME_to_tm(time, &fields), 1);
+    return static_cast<int64_t>(timegm(&fields));
 }
 
 struct OpensslView {
@@ -102,6 +100,14 @@ class ToolkitCrlWrite : public ToolkitTest {
         return KeyPtr(key);
     }
     KeyPtr key_of(const Issuer& issuer) { return key_from(ascii(key_pem(issuer.key.get()))); }
+    // A time the clock gives at seconds: only the clock makes times before
+    // 1970 or past what a CRL can carry.
+    TimePtr clock_time(int64_t at) {
+        const FixedClock clock(at);
+        TimePtr time = time_at(0);
+        EXPECT_EQ(R_TIME_time(time.get()), R_ERROR_NONE);
+        return time;
+    }
     int64_t crl_time(R_CRL* crl, int id) {
         TimePtr time = time_at(0);
         EXPECT_EQ(R_CRL_get_info(crl, id, time.get()), R_ERROR_NONE);
@@ -146,8 +152,7 @@ class ToolkitCrlWrite : public ToolkitTest {
         write_file(dir / "crl.der", der);
         write_text(dir / "issuer.pem", cert_pem(issuer));
         OpensslView view;
-        view.verified = run_in(dir.path(), "openssl crl -inform DER -in crl.der -verify "
-                                           "-CAfile issuer.pem -noout") == 0;
+        view.verified = openssl_crl_verifies(dir.path(), "crl.der", "issuer.pem");
         EXPECT_EQ(run_in(dir.path(), "openssl crl -inform DER -in crl.der -text -noout > crl.txt"),
                   0);
         const Bytes text = read_file(dir / "crl.txt");
@@ -501,10 +506,7 @@ TEST_F(ToolkitCrlWrite, TimesEncodeByYear) {
     constexpr int64_t first = -631152000;  // 1950-01-01T00:00:00Z
     constexpr int64_t last = 253402300799; // 9999-12-31T23:59:59Z
     for (const int64_t outside : {last + 1, first - 1, INT64_MAX, INT64_MIN}) {
-        // Only the clock makes times before 1970.
-        const FixedClock clock(outside);
-        TimePtr time = time_at(0);
-        ASSERT_EQ(R_TIME_time(time.get()), R_ERROR_NONE);
+        TimePtr time = clock_time(outside);
         EXPECT_EQ(R_CRL_set_info(crl.get(), R_CRL_INFO_THIS_UPDATE, time.get()),
                   R_ERROR_TIME_RANGE);
         EXPECT_EQ(R_CRL_set_info(crl.get(), R_CRL_INFO_NEXT_UPDATE, time.get()),
@@ -515,9 +517,7 @@ TEST_F(ToolkitCrlWrite, TimesEncodeByYear) {
     }
     // The ends themselves are taken.
     for (const int64_t end : {first, last}) {
-        const FixedClock clock(end);
-        TimePtr time = time_at(0);
-        ASSERT_EQ(R_TIME_time(time.get()), R_ERROR_NONE);
+        TimePtr time = clock_time(end);
         EXPECT_EQ(
             R_CRL_ENTRY_set_info(entry({0x08}).get(), R_CRL_ENTRY_INFO_REVOCATION_DATE, time.get()),
             R_ERROR_NONE);
@@ -650,9 +650,7 @@ TEST_F(ToolkitCrlWrite, RefusedSignaturesLeaveTheCrlAsItWas) {
               R_ERROR_NONE);
     EXPECT_EQ(crl_number(crl.get()), (Bytes{0x02, 0x01, 0x02}));
     write_file(dir / "crl.der", toolkit_bytes(crl.get(), R_CRL_to_binary));
-    EXPECT_EQ(run_in(dir.path(), "openssl crl -inform DER -in crl.der -verify -CAfile pss-ca.pem "
-                                 "-noout"),
-              0);
+    EXPECT_TRUE(openssl_crl_verifies(dir.path(), "crl.der", "pss-ca.pem"));
 }
 
 TEST_F(ToolkitCrlWrite, KeysInEveryFormDecodeAndSign) {
@@ -752,4 +750,128 @@ TEST_F(ToolkitCrlWrite, KeysInEveryFormDecodeAndSign) {
     }
     EXPECT_EQ(R_PKEY_from_bytes(lib, 0, nullptr, nullptr, nullptr), R_ERROR_NULL_ARG);
     EXPECT_EQ(R_PKEY_free(nullptr), R_ERROR_NONE);
+}
+
+TEST_F(ToolkitCrlWrite, ChangesReachWhatADecodedCrlWritesAndVerifies) {
+    // CRLs that `openssl ca` made, v2 and v1: decoded, they keep the bytes
+    // they came in until a setter changes them.
+    const Issuer& issuer = shared_issuer(KeyKind::EcP256);
+    CertPtr issuerCert = cert(issuer.cert.get());
+    KeyPtr key = key_of(issuer);
+    TempDir v2Dir;
+    TempDir v1Dir;
+    const Bytes v2 = openssl_ca_crl(v2Dir.path(), issuer);
+    OpensslCaOptions plain;
+    plain.crlExtensions = false;
+    const Bytes v1 = openssl_ca_crl(v1Dir.path(), issuer, plain);
+    ASSERT_FALSE(v2.empty());
+    ASSERT_FALSE(v1.empty());
+    const Bytes added = {0x5a, 0x17};
+
+    struct Change {
+        const char* what;
+        const Bytes* der;
+        std::function<int(R_CRL*)> make;
+        // Whether OpenSSL, reading the DER on its own, finds the change in it.
+        std::function<bool(const X509_CRL*, const Bytes&)> shown;
+    };
+    const std::vector<Change> changes = {
+        {"thisUpdate", &v2,
+         [&](R_CRL* crl) {
+             return R_CRL_set_info(crl, R_CRL_INFO_THIS_UPDATE, time_at(jan2026).get());
+         },
+         [](const X509_CRL* read, const Bytes&) {
+             return seconds_of(X509_CRL_get0_lastUpdate(read)) == jan2026;
+         }},
+        {"nextUpdate", &v2,
+         [&](R_CRL* crl) {
+             return R_CRL_set_info(crl, R_CRL_INFO_NEXT_UPDATE, time_at(mar2051).get());
+         },
+         [](const X509_CRL* read, const Bytes&) {
+             return seconds_of(X509_CRL_get0_nextUpdate(read)) == mar2051;
+         }},
+        {"version", &v1,
+         [](R_CRL* crl) {
+             const uint32_t version2 = 1;
+             return R_CRL_set_info(crl, R_CRL_INFO_VERSION, &version2);
+         },
+         [](const X509_CRL* read, const Bytes&) {
+             return X509_CRL_get_version(read) == X509_CRL_VERSION_2;
+         }},
+        {"entry", &v2, [&](R_CRL* crl) { return R_CRL_add_entry(crl, entry(added).get()); },
+         [&](const X509_CRL* read, const Bytes& der) {
+             return sk_X509_REVOKED_num(X509_CRL_get_REVOKED(const_cast<X509_CRL*>(read))) == 2 &&
+                    contains(der, integer_tlv(added));
+         }},
+    };
+    TempDir dir;
+    for (const Change& c : changes) {
+        SCOPED_TRACE(c.what);
+        CrlPtr crl = decode(*c.der);
+        ASSERT_NE(crl, nullptr);
+        uint32_t result = 0xdead;
+        ASSERT_EQ(R_CRL_verify(crl.get(), issuerCert.get(), &result), R_ERROR_NONE);
+        ASSERT_EQ(result, 0u);
+        ASSERT_FALSE(c.shown(openssl_crl(*c.der).get(), *c.der));
+
+        ASSERT_EQ(c.make(crl.get()), R_ERROR_NONE);
+        const Bytes changed = toolkit_bytes(crl.get(), R_CRL_to_binary);
+        auto read = openssl_crl(changed);
+        ASSERT_NE(read, nullptr);
+        EXPECT_TRUE(c.shown(read.get(), changed));
+        // The old signature covers the old bytes only: the change is unsigned,
+        // to the toolkit, to a decoder of what it wrote and to openssl.
+        result = 0;
+        EXPECT_EQ(R_CRL_verify(crl.get(), issuerCert.get(), &result), R_ERROR_NONE);
+        EXPECT_NE(result, 0u);
+        CrlPtr back = decode(changed);
+        ASSERT_NE(back, nullptr);
+        result = 0;
+        EXPECT_EQ(R_CRL_verify(back.get(), issuerCert.get(), &result), R_ERROR_NONE);
+        EXPECT_NE(result, 0u);
+        EXPECT_FALSE(openssl_view(dir, changed, issuer.cert.get()).verified);
+
+        // Signed again, the change is kept and verifies.
+        ASSERT_EQ(R_CRL_sign(crl.get(), issuerCert.get(), key.get(), R_SIG_ALG_ECDSA_SHA256),
+                  R_ERROR_NONE);
+        const Bytes resigned = toolkit_bytes(crl.get(), R_CRL_to_binary);
+        read = openssl_crl(resigned);
+        ASSERT_NE(read, nullptr);
+        EXPECT_TRUE(c.shown(read.get(), resigned));
+        EXPECT_TRUE(openssl_view(dir, resigned, issuer.cert.get()).verified);
+    }
+
+    // A change after the first reaches the encoding too. (No entry here:
+    // OpenSSL would mark the list changed on its own.)
+    CrlPtr crl = decode(v2);
+    ASSERT_NE(crl, nullptr);
+    ASSERT_EQ(changes[1].make(crl.get()), R_ERROR_NONE);
+    const Bytes once = toolkit_bytes(crl.get(), R_CRL_to_binary);
+    ASSERT_EQ(changes[0].make(crl.get()), R_ERROR_NONE);
+    const Bytes twice = toolkit_bytes(crl.get(), R_CRL_to_binary);
+    auto read = openssl_crl(twice);
+    ASSERT_NE(read, nullptr);
+    EXPECT_TRUE(changes[0].shown(read.get(), twice));
+    EXPECT_TRUE(changes[1].shown(read.get(), twice));
+    EXPECT_NE(twice, once);
+
+    // Refused changes leave the bytes as received, and their signature good.
+    crl = decode(v2);
+    ASSERT_NE(crl, nullptr);
+    const uint32_t version1 = 0;
+    EXPECT_EQ(R_CRL_set_info(crl.get(), R_CRL_INFO_VERSION, &version1), R_ERROR_FAILED);
+    EXPECT_EQ(R_CRL_set_info(crl.get(), R_CRL_INFO_CRL_NUMBER, &version1), R_ERROR_FAILED);
+    TimePtr never = clock_time(INT64_MAX);
+    EXPECT_EQ(R_CRL_set_info(crl.get(), R_CRL_INFO_NEXT_UPDATE, never.get()), R_ERROR_TIME_RANGE);
+    EXPECT_EQ(R_CRL_set_info(crl.get(), R_CRL_INFO_THIS_UPDATE, never.get()), R_ERROR_TIME_RANGE);
+    R_CRL_ENTRY* dateless = nullptr;
+    ASSERT_EQ(R_CRL_ENTRY_new(lib, 0, &dateless), R_ERROR_NONE);
+    EntryPtr datelessOwner(dateless);
+    R_ITEM serial{static_cast<uint32_t>(added.size()), const_cast<unsigned char*>(added.data())};
+    ASSERT_EQ(R_CRL_ENTRY_set_info(dateless, R_CRL_ENTRY_INFO_SERIAL, &serial), R_ERROR_NONE);
+    EXPECT_EQ(R_CRL_add_entry(crl.get(), dateless), R_ERROR_NOT_PRESENT);
+    EXPECT_EQ(toolkit_bytes(crl.get(), R_CRL_to_binary), v2);
+    uint32_t result = 0xdead;
+    EXPECT_EQ(R_CRL_verify(crl.get(), issuerCert.get(), &result), R_ERROR_NONE);
+    EXPECT_EQ(result, 0u);
 }
