@@ -1,6 +1,7 @@
 // A certificate's status from the cache: the first cached CRL of its issuer
-// (DER names compared), if current or the policy allows an expired one,
-// moved to the head when it gives a definite answer.
+// (DER names compared), or the first whose scope covers the certificate, if
+// current or the policy allows an expired one, moved to the head when it
+// gives a definite answer.
 #include <cstring>
 
 #include "frame.h"
@@ -29,10 +30,15 @@ void move_to_head(CrlCache* cache, CrlCacheEntry* entry) {
     cache->head = entry;
 }
 
-// The first entry whose CRL's issuer DER equals issuer, or null; false when
-// a cached CRL's issuer cannot be encoded.
+// Which of an issuer's CRLs may answer: the first, or the first whose scope
+// covers the certificate.
+enum class Pick { First, Covering };
+
+// The first entry whose CRL's issuer DER equals issuer (and, when pick says
+// so, whose scope covers cert), or null; false when a cached CRL's issuer
+// cannot be encoded.
 bool find_issuer(const CrlCache* cache, const unsigned char* issuer, uint32_t issuerLength,
-                 CrlCacheEntry** found) {
+                 R_CERT* cert, Pick pick, CrlCacheEntry** found) {
     *found = nullptr;
     for (CrlCacheEntry* entry = cache->head; entry != nullptr; entry = entry->next) {
         unsigned char der[name_limit];
@@ -40,7 +46,9 @@ bool find_issuer(const CrlCache* cache, const unsigned char* issuer, uint32_t is
         if (R_CRL_issuer_name_to_binary(entry->crlObject->crl, name_limit, der, &length) !=
             R_ERROR_NONE)
             return false;
-        if (length == issuerLength && std::memcmp(der, issuer, length) == 0) {
+        if (length != issuerLength || std::memcmp(der, issuer, length) != 0)
+            continue;
+        if (pick == Pick::First || R_CRL_check_scope(entry->crlObject->crl, cert) == R_ERROR_NONE) {
             *found = entry;
             return true;
         }
@@ -48,10 +56,8 @@ bool find_issuer(const CrlCache* cache, const unsigned char* issuer, uint32_t is
     return true;
 }
 
-} // namespace
-
-extern "C" StatusCode qxcrl_GetCertStatusFromCache(CertificateRecord* cert, CrlCache* cache,
-                                                   CertRevocationStatus* status) {
+StatusCode status_from_cache(CertificateRecord* cert, CrlCache* cache, Pick pick,
+                             CertRevocationStatus* status) {
     if (cert == nullptr || cache == nullptr || status == nullptr)
         return QXERR_BAD_PARAMETER;
     SecurityContext* ctx = cache->owner != nullptr && cache->owner->parent != nullptr
@@ -64,7 +70,7 @@ extern "C" StatusCode qxcrl_GetCertStatusFromCache(CertificateRecord* cert, CrlC
         R_CERT_NAME_to_binary(issuer.get(), name_limit, issuerDer, &issuerLength) != R_ERROR_NONE)
         return QXERR_TOOLKIT_FAILURE;
     CrlCacheEntry* entry = nullptr;
-    if (!find_issuer(cache, issuerDer, issuerLength, &entry))
+    if (!find_issuer(cache, issuerDer, issuerLength, cert->cert, pick, &entry))
         return QXERR_TOOLKIT_FAILURE;
     if (entry == nullptr) {
         *status = QXCRL_CERT_UNKNOWN;
@@ -84,4 +90,16 @@ extern "C" StatusCode qxcrl_GetCertStatusFromCache(CertificateRecord* cert, CrlC
     if (*status == QXCRL_CERT_VALID || *status == QXCRL_CERT_REVOKED)
         move_to_head(cache, entry);
     return 0;
+}
+
+} // namespace
+
+extern "C" StatusCode qxcrl_GetCertStatusFromCache(CertificateRecord* cert, CrlCache* cache,
+                                                   CertRevocationStatus* status) {
+    return status_from_cache(cert, cache, Pick::First, status);
+}
+
+extern "C" StatusCode qxcrl_GetCertStatusFromCacheInScope(CertificateRecord* cert, CrlCache* cache,
+                                                          CertRevocationStatus* status) {
+    return status_from_cache(cert, cache, Pick::Covering, status);
 }

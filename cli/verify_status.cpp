@@ -181,9 +181,11 @@ int status_command(int argc, char** argv) {
         if (const int failed = add_file(session, cache, path))
             return failed;
 
+    // Shards of a partitioned CRL share their issuer: the one that covers
+    // the certificate answers.
     CertRevocationStatus answer = QXCRL_CERT_UNKNOWN;
     const uint32_t looked =
-        qxcrl_GetCertStatusFromCache(cert.record, cache.owner->crlCache, &answer);
+        qxcrl_GetCertStatusFromCacheInScope(cert.record, cache.owner->crlCache, &answer);
     if (looked == QXERR_CRL_EXPIRED) {
         std::fprintf(stderr, "qxcrl: note: the issuer's CRL has expired (--policy 3 or 4 lets it "
                              "answer)\n");

@@ -72,25 +72,27 @@ size_t count_issuer(SecurityContext* ctx, const CrlCache* cache, const std::stri
     return count;
 }
 
-// Every certificate's status: a definite answer comes from the CRL that the
+// Every certificate's status, from the issuer's first CRL and from the one
+// whose scope covers it: a definite answer comes from the CRL that the
 // lookup then moved to the head, and that CRL alone gives the same answer.
 void look_up(SecurityContext* ctx, CrlCache* cache, const Certificates& certificates) {
-    for (CertificateRecord* cert : certificates.records()) {
-        CertRevocationStatus status = 0;
-        const StatusCode result = qxcrl_GetCertStatusFromCache(cert, cache, &status);
-        check_cache(cache);
-        if (result != 0)
-            continue;
-        require(status == QXCRL_CERT_VALID || status == QXCRL_CERT_UNKNOWN ||
-                    status == QXCRL_CERT_REVOKED,
-                "status out of range");
-        if (status == QXCRL_CERT_UNKNOWN)
-            continue;
-        CertRevocationStatus again = 0;
-        require(qxcrl_CheckCertStatus(ctx, cache->head->crlObject, cert, &again) == 0 &&
-                    again == status,
-                "the CRL that answered from the cache answers differently alone");
-    }
+    for (auto* lookup : {qxcrl_GetCertStatusFromCache, qxcrl_GetCertStatusFromCacheInScope})
+        for (CertificateRecord* cert : certificates.records()) {
+            CertRevocationStatus status = 0;
+            const StatusCode result = lookup(cert, cache, &status);
+            check_cache(cache);
+            if (result != 0)
+                continue;
+            require(status == QXCRL_CERT_VALID || status == QXCRL_CERT_UNKNOWN ||
+                        status == QXCRL_CERT_REVOKED,
+                    "status out of range");
+            if (status == QXCRL_CERT_UNKNOWN)
+                continue;
+            CertRevocationStatus again = 0;
+            require(qxcrl_CheckCertStatus(ctx, cache->head->crlObject, cert, &again) == 0 &&
+                        again == status,
+                    "the CRL that answered from the cache answers differently alone");
+        }
 }
 
 void delete_issuer(SecurityContext* ctx, CrlCacheOwner* owner, const std::string& issuer) {

@@ -230,6 +230,18 @@ QXCRL_API StatusCode qxcrl_DestroyCacheOwner(CrlCacheOwner** owner);
 QXCRL_API StatusCode qxcrl_GetCertStatusFromCache(CertificateRecord* cert, CrlCache* cache,
                                                   CertRevocationStatus* status);
 
+/*
+ * The same, from the first cached CRL of cert's issuer whose scope covers
+ * cert. A CRL with an Issuing Distribution Point (a shard of a partitioned
+ * CRL) answers only for the certificates its IDP covers, and a CRL for
+ * another shard fails the status check; call this wherever a cache may hold
+ * several CRLs of one issuer, as caches of shards do. Without a covering
+ * CRL, *status is QXCRL_CERT_UNKNOWN and 0 is returned, as for an issuer
+ * with no CRL.
+ */
+QXCRL_API StatusCode qxcrl_GetCertStatusFromCacheInScope(CertificateRecord* cert, CrlCache* cache,
+                                                         CertRevocationStatus* status);
+
 /* --------------------------------------------------------------- fetch */
 
 /* Fetches cert's issuer's CRL from its LDAP distribution points into a new *crl. */

@@ -18,8 +18,9 @@ int seconds_of(const ASN1_TIME* time, int64_t* seconds) {
 }
 
 // A present but unparsable (or repeated) extension is remembered rather than
-// refused, so that the rest of the certificate stays usable.
-void parse_dist_points(R_CERT* cert) {
+// refused, so that the rest of the certificate stays usable. Names relative
+// to the issuer are made whole, for comparison with a CRL's.
+int parse_dist_points(R_CERT* cert) {
     int critical = 0;
     cert->distPoints = static_cast<CRL_DIST_POINTS*>(
         X509_get_ext_d2i(cert->x509, NID_crl_distribution_points, &critical, nullptr));
@@ -27,6 +28,15 @@ void parse_dist_points(R_CERT* cert) {
         ERR_clear_error();
         cert->distPointStatus = R_ERROR_DECODE;
     }
+    for (int i = 0; i < sk_DIST_POINT_num(cert->distPoints); ++i) {
+        DIST_POINT* point = sk_DIST_POINT_value(cert->distPoints, i);
+        if (point->distpoint != nullptr &&
+            DIST_POINT_set_dpname(point->distpoint, X509_get_issuer_name(cert->x509)) != 1) {
+            ERR_clear_error();
+            return R_ERROR_ALLOC_FAILURE;
+        }
+    }
+    return R_ERROR_NONE;
 }
 
 // Takes x509 (freed on failure) into a new *cert.
@@ -43,7 +53,10 @@ int adopt(X509* x509, R_LIB_CTX* libCtx, R_CERT** cert) {
         R_CERT_free(made);
         return status;
     }
-    parse_dist_points(made);
+    if (const int parsed = parse_dist_points(made); parsed != R_ERROR_NONE) {
+        R_CERT_free(made);
+        return parsed;
+    }
     *cert = made;
     return R_ERROR_NONE;
 }

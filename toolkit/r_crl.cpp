@@ -52,6 +52,11 @@ extern "C" int R_CRL_from_binary(R_LIB_CTX* libCtx, uint32_t flags, uint32_t len
     *crl = wrap(x509, libCtx);
     if (*crl == nullptr)
         return R_ERROR_ALLOC_FAILURE;
+    if (const int status = r_crl_take_idp(*crl); status != R_ERROR_NONE) {
+        R_CRL_free(*crl);
+        *crl = nullptr;
+        return status;
+    }
     if (consumed != nullptr)
         *consumed = static_cast<uint32_t>(cursor - der);
     return R_ERROR_NONE;
@@ -66,6 +71,7 @@ extern "C" int R_CRL_to_binary(R_CRL* crl, uint32_t bufferSize, unsigned char* b
 
 extern "C" int R_CRL_free(R_CRL* crl) {
     if (crl != nullptr) {
+        ISSUING_DIST_POINT_free(crl->idp);
         X509_CRL_free(crl->x509);
         delete crl;
     }

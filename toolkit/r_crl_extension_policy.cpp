@@ -1,5 +1,6 @@
 // Which critical extensions a CRL may carry and still be taken as its
-// issuer's complete list of revocations.
+// issuer's list of revocations, complete or for the scope its Issuing
+// Distribution Point gives.
 #include <openssl/x509v3.h>
 
 #include "r_objects.h"
@@ -7,7 +8,8 @@
 namespace {
 
 bool crl_extension_processed(int nid) {
-    return nid == NID_crl_number || nid == NID_authority_key_identifier;
+    return nid == NID_crl_number || nid == NID_authority_key_identifier ||
+           nid == NID_issuing_distribution_point;
 }
 
 bool entry_extension_processed(int nid) {
@@ -30,6 +32,10 @@ bool critical_extensions_processed(const STACK_OF(X509_EXTENSION) * extensions,
 
 bool r_crl_extensions_processable(const X509_CRL* crl) {
     if (!critical_extensions_processed(X509_CRL_get0_extensions(crl), crl_extension_processed))
+        return false;
+    // A delta CRL lists only changes since its base: taken alone, it would
+    // call valid what the base revoked, critical flag or not.
+    if (X509_CRL_get_ext_by_NID(crl, NID_delta_crl, -1) >= 0)
         return false;
     STACK_OF(X509_REVOKED)* entries = X509_CRL_get_REVOKED(const_cast<X509_CRL*>(crl));
     for (int i = 0; i < sk_X509_REVOKED_num(entries); ++i) {

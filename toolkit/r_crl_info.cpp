@@ -165,6 +165,8 @@ extern "C" int R_CRL_find_entry(R_CRL* crl, R_CERT* cert, R_CRL_ENTRY* entry) {
     if (crl == nullptr || crl->x509 == nullptr || cert == nullptr || cert->x509 == nullptr ||
         entry == nullptr)
         return R_ERROR_NULL_ARG;
+    if (const int scope = R_CRL_check_scope(crl, cert); scope != R_ERROR_NONE)
+        return scope;
     const ASN1_INTEGER* serial = X509_get0_serialNumber(cert->x509);
     if (serial == nullptr)
         return R_ERROR_FAILED;

@@ -29,6 +29,9 @@ struct R_CRL {
     // A decoded CRL writes, and verifies, its to-be-signed part as received
     // until told it changed; set once it has been (see r_crl_changed).
     bool reencodes = false;
+    // The Issuing Distribution Point of a decoded CRL, read once (owned);
+    // NULL when it has none.
+    ISSUING_DIST_POINT* idp = nullptr;
 };
 
 /* An INTEGER's DER, kept so that its content octets can be handed out. */
@@ -151,9 +154,18 @@ int r_name_der_out(const X509_NAME* name, uint32_t bufferSize, unsigned char* bu
 
 /*
  * True when every critical extension of the CRL and of its entries is one the
- * toolkit processes; a CRL that fails this is partial, delta or indirect.
+ * toolkit processes, and the CRL is no delta CRL: a CRL that fails this is
+ * not its issuer's list of revocations for any certificate.
  */
 bool r_crl_extensions_processable(const X509_CRL* crl);
+
+/*
+ * Reads crl's Issuing Distribution Point into crl->idp, with names relative
+ * to the issuer made whole. R_ERROR_UNSUPPORTED for one that does not parse,
+ * is repeated, is empty or sets two "only contains" flags: it has no scope
+ * the toolkit could keep to.
+ */
+int r_crl_take_idp(R_CRL* crl);
 
 /* A new R_CERT_NAME holding a copy of name (the received DER kept), or NULL. */
 R_CERT_NAME* r_cert_name_dup(const X509_NAME* name);

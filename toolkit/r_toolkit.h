@@ -32,6 +32,8 @@ extern "C" {
 #define R_ERROR_UNSUPPORTED 10009
 /* A time before 1950-01-01 or after 9999-12-31, which no CRL can carry. */
 #define R_ERROR_TIME_RANGE 10010
+/* The CRL does not speak for this certificate (its Issuing Distribution Point). */
+#define R_ERROR_OUT_OF_SCOPE 10011
 
 /* ------------------------------------------------------- library contexts */
 
@@ -54,10 +56,12 @@ int R_CRL_new(R_LIB_CTX* libCtx, uint32_t flags, R_CRL** crl);
 /*
  * Decodes one DER CRL from der into a new *crl made in libCtx and reports
  * the bytes it took in *consumed (NULL allowed); trailing bytes are not an
- * error. A CRL carrying a critical CRL or entry extension that the toolkit
- * does not process (an unknown one, an Issuing Distribution Point, a Delta
- * CRL Indicator, a Certificate Issuer) is refused with R_ERROR_UNSUPPORTED:
- * such a CRL is not a complete list of its issuer's revocations.
+ * error. Refused with R_ERROR_UNSUPPORTED: a CRL carrying a critical CRL or
+ * entry extension that the toolkit does not process (an unknown one, a
+ * Certificate Issuer), any delta CRL, and a CRL whose Issuing Distribution
+ * Point does not parse or gives no scope. A CRL with a readable Issuing
+ * Distribution Point, critical or not, answers only for the certificates in
+ * its scope (R_CRL_check_scope).
  */
 int R_CRL_from_binary(R_LIB_CTX* libCtx, uint32_t flags, uint32_t length, const unsigned char* der,
                       uint32_t* consumed, R_CRL** crl);
@@ -109,7 +113,21 @@ int R_CRL_get_entry_count(R_CRL* crl, uint32_t* count);
 /* Fills entry with a copy of the CRL's entry number index (from 0). */
 int R_CRL_get_entry(R_CRL* crl, uint32_t index, R_CRL_ENTRY* entry);
 
-/* Fills entry with the CRL's entry for cert's serial; R_ERROR_NOT_FOUND if none. */
+/*
+ * R_ERROR_NONE when crl speaks for cert, R_ERROR_OUT_OF_SCOPE when it does
+ * not (RFC 5280 6.3.3 (b)): the CRL's Issuing Distribution Point names a
+ * point none of cert's distribution points names; it holds only user or
+ * only CA certificates and cert is not one (a certificate before version 3
+ * is neither for sure); it holds only attribute certificates, only some
+ * reasons, or other issuers' certificates, which no single direct CRL can
+ * answer for; or every distribution point of cert names a CRL issuer.
+ */
+int R_CRL_check_scope(R_CRL* crl, R_CERT* cert);
+
+/*
+ * Fills entry with the CRL's entry for cert's serial; R_ERROR_NOT_FOUND if
+ * none, R_ERROR_OUT_OF_SCOPE when the CRL does not speak for cert at all.
+ */
 int R_CRL_find_entry(R_CRL* crl, R_CERT* cert, R_CRL_ENTRY* entry);
 
 /* The issuer name's DER, as received; the length is stored even when the buffer is too small. */

@@ -1,5 +1,6 @@
 // A certificate's status from the cache: which cached CRL answers, what the
-// layer's CRL policy lets an expired one do, and the move to the head.
+// layer's CRL policy lets an expired one do, the move to the head, and the
+// shards of a partitioned CRL.
 #include <cstring>
 #include <ctime>
 #include <map>
@@ -9,6 +10,8 @@
 #include <gtest/gtest.h>
 #include <openssl/asn1.h>
 
+#include "files.h"
+#include "fixed_clock.h"
 #include "layer_fixture.h"
 #include "test_pki.h"
 
@@ -41,9 +44,13 @@ class CrlCacheLookupTest : public LayerTest {
         EXPECT_EQ(qxcrl_AddCacheEntry(crl, cache_), 0u);
         return crl;
     }
-    CertificateRecord* leaf(const Issuer& issuer, unsigned char serial) {
+    // A leaf of issuer; with a URI, it names that one distribution point.
+    CertificateRecord* leaf(const Issuer& issuer, unsigned char serial,
+                            const std::string& uri = "") {
         LeafOptions options;
         options.serial = {serial};
+        if (!uri.empty())
+            options.distributionPoints = {{uri}};
         const Bytes der = cert_der(make_leaf(issuer, options).get());
         CertificateRecord* made = nullptr;
         EXPECT_EQ(qxcert_from_bytes(ctx_, der.data(), static_cast<uint32_t>(der.size()), &made),
@@ -209,4 +216,49 @@ TEST_F(CrlCacheLookupTest, OwnerRefusesIssuerNamesTheCacheCannotCompare) {
                                         static_cast<uint32_t>(std::strlen(text))),
               0u);
     EXPECT_TRUE(order().empty());
+}
+
+// Two shards of one issuer, made by `openssl ca` with critical Issuing
+// Distribution Points: each answers for the certificates that name it, and
+// the first CRL of the issuer never answers for the other shard's.
+TEST_F(CrlCacheLookupTest, ShardsOfOneIssuerEachAnswerForTheirOwnCertificates) {
+    const Issuer& issuer = shared_issuer();
+    const std::string uris[] = {"http://crl.qxcrl.test/1.crl", "http://crl.qxcrl.test/2.crl"};
+    TempDir dirs[2];
+    for (int shard = 0; shard < 2; ++shard) {
+        OpensslCaOptions recipe;
+        recipe.revoked = {{static_cast<unsigned char>(0x11 + shard)}};
+        recipe.moreCrlExtensions = "issuingDistributionPoint = critical, @idp\n[ idp ]\n"
+                                   "fullname = URI:" +
+                                   uris[shard] + "\n";
+        const Bytes der = openssl_ca_crl(dirs[shard].path(), issuer, recipe);
+        CrlObject* crl = nullptr;
+        ASSERT_EQ(qxcrl_CreateCtx(ctx_, &crl, der.data(), static_cast<uint32_t>(der.size())), 0u);
+        ASSERT_EQ(owner_->addCrl(crl, cache_), 0u);
+    }
+    // Revoked leaves of each shard, and one of the first that is not revoked.
+    CertificateRecord* first = leaf(issuer, 0x11, uris[0]);
+    CertificateRecord* second = leaf(issuer, 0x12, uris[1]);
+    CertificateRecord* good = leaf(issuer, 0x13, uris[0]);
+    CertificateRecord* unnamed = leaf(issuer, 0x11);
+    const std::vector<CrlObject*> added = order();
+    ASSERT_EQ(added.size(), 2u);
+    // A minute on: a revocation dated this very second does not count yet.
+    const FixedClock later(std::time(nullptr) + 60);
+
+    CertRevocationStatus status = 0;
+    for (CertificateRecord* cert : {first, second, good, second, first}) {
+        EXPECT_EQ(qxcrl_GetCertStatusFromCacheInScope(cert, cache_, &status), 0u);
+        EXPECT_EQ(status, cert == good ? QXCRL_CERT_VALID : QXCRL_CERT_REVOKED);
+    }
+    // A certificate that names no shard gets no answer from either.
+    EXPECT_EQ(qxcrl_GetCertStatusFromCacheInScope(unnamed, cache_, &status), 0u);
+    EXPECT_EQ(status, QXCRL_CERT_UNKNOWN);
+    // The first CRL of the issuer is the first shard now: the other shard's
+    // certificate gets a failure, never "valid".
+    ASSERT_EQ(order().front(), added.back());
+    EXPECT_EQ(lookup(second, status), QXERR_TOOLKIT_FAILURE);
+    EXPECT_EQ(status, QXCRL_CERT_UNKNOWN);
+    EXPECT_EQ(qxcrl_CheckCertStatus(ctx_, added.front(), first, &status), QXERR_TOOLKIT_FAILURE);
+    EXPECT_EQ(status, QXCRL_CERT_UNKNOWN);
 }

@@ -4,6 +4,7 @@
 #include <string>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "cli_run.h"
 #include "files.h"
@@ -199,6 +200,54 @@ std::string relabelled(std::string pem, const std::string& beginLabel,
     pem.replace(pem.find(primary, pem.find("-----BEGIN ")), primary.size(), beginLabel + "-----");
     pem.replace(pem.find(primary, pem.find("-----END ")), primary.size(), endLabel + "-----");
     return pem;
+}
+
+// The shards of a partitioned CRL, made by `openssl ca` with critical
+// Issuing Distribution Points, in one status command: the shard that covers
+// the certificate answers, whatever the order of the files.
+TEST_F(CliTest, StatusAnswersFromTheShardThatCoversTheCertificate) {
+    const Issuer& issuer = shared_issuer();
+    write_text(dir_ / "shard-ca.pem", cert_pem(issuer.cert.get()));
+    for (int shard = 1; shard <= 2; ++shard) {
+        const std::string uri = "http://crl.qxcrl.test/" + std::to_string(shard) + ".crl";
+        TempDir ca;
+        OpensslCaOptions recipe;
+        recipe.revoked = {{static_cast<unsigned char>(0x10 + shard)}};
+        recipe.moreCrlExtensions =
+            "issuingDistributionPoint = critical, @idp\n[ idp ]\nfullname = URI:" + uri + "\n";
+        write_file(dir_ / ("shard" + std::to_string(shard) + ".crl"),
+                   openssl_ca_crl(ca.path(), issuer, recipe));
+        // Its revoked certificate, and one it covers but does not list.
+        for (const unsigned char serial : {0x10 + shard, 0x20 + shard}) {
+            LeafOptions leaf;
+            leaf.serial = {serial};
+            leaf.distributionPoints = {{uri}};
+            write_text(dir_ / ("leaf" + std::to_string(serial) + ".pem"),
+                       cert_pem(make_leaf(issuer, leaf).get()));
+        }
+    }
+    LeafOptions unnamed;
+    unnamed.serial = {0x11};
+    write_text(dir_ / "unnamed.pem", cert_pem(make_leaf(issuer, unnamed).get()));
+    sleep(1); // a revocation dated this very second does not count yet
+
+    const struct {
+        const char* cert;
+        const char* answer;
+    } cases[] = {{"leaf17.pem", "revoked"},
+                 {"leaf18.pem", "revoked"},
+                 {"leaf33.pem", "valid"},
+                 {"leaf34.pem", "valid"},
+                 {"unnamed.pem", "unknown"}};
+    for (const char* crls :
+         {"--crl shard1.crl --crl shard2.crl", "--crl shard2.crl --crl shard1.crl"}) {
+        for (const auto& c : cases) {
+            SCOPED_TRACE(std::string(c.cert) + " " + crls);
+            const Result result =
+                run(std::string("status --cert ") + c.cert + " " + crls + " --issuer shard-ca.pem");
+            EXPECT_EQ(result.out, std::string(c.answer) + "\n") << result.err;
+        }
+    }
 }
 
 TEST_F(CliTest, StatusReadsEveryBlockWhateverItsLabelAndWhatLiesBetween) {

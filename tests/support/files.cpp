@@ -4,6 +4,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 
 #include <fcntl.h>
@@ -115,6 +116,21 @@ bool openssl_crl_verifies(const std::filesystem::path& dir, const std::string& c
         return false;
     const std::vector<unsigned char> bytes = read_file(verdict);
     return std::string(bytes.begin(), bytes.end()) == "verify OK\n";
+}
+
+std::vector<std::vector<std::string>> read_tsv(const std::filesystem::path& path) {
+    std::vector<std::vector<std::string>> rows;
+    std::ifstream in(path);
+    std::string line;
+    std::getline(in, line); // the header
+    while (std::getline(in, line)) {
+        std::vector<std::string> fields;
+        std::istringstream split(line);
+        for (std::string field; std::getline(split, field, '\t');)
+            fields.push_back(field);
+        rows.push_back(fields);
+    }
+    return rows;
 }
 
 std::filesystem::path corpus_dir() {

@@ -52,6 +52,9 @@ std::vector<unsigned char> pem_block(const std::filesystem::path& path, const st
 bool openssl_crl_verifies(const std::filesystem::path& dir, const std::string& crl,
                           const std::string& ca);
 
+// The rows of a tab-separated file after its header line, each split into fields.
+std::vector<std::vector<std::string>> read_tsv(const std::filesystem::path& path);
+
 // The shared test corpus, or an empty path when this checkout has none.
 std::filesystem::path corpus_dir();
 

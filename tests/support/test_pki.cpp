@@ -266,14 +266,14 @@ Bytes openssl_ca_crl(const std::filesystem::path& dir, const Issuer& issuer,
     write_text(dir / "ca.key", key_pem(issuer.key.get()));
     write_text(dir / "ca.pem", cert_pem(issuer.cert.get()));
     // A crlnumber file has openssl number its CRLs, which makes them v2.
-    write_text(dir / "ca.cnf",
-               std::string("[ ca ]\ndefault_ca = test_ca\n"
-                           "[ test_ca ]\ndatabase = ./index.txt\ncertificate = ./ca.pem\n"
-                           "private_key = ./ca.key\ndefault_crl_days = 7\n"
-                           "default_md = ") +
-                   recipe.digest + "\n" +
-                   (recipe.crlExtensions ? "crlnumber = ./crlnumber\n" : "") +
-                   "[ crl_ext ]\nauthorityKeyIdentifier = keyid:always\n");
+    write_text(
+        dir / "ca.cnf",
+        std::string("[ ca ]\ndefault_ca = test_ca\n"
+                    "[ test_ca ]\ndatabase = ./index.txt\ncertificate = ./ca.pem\n"
+                    "private_key = ./ca.key\ndefault_crl_days = 7\n"
+                    "default_md = ") +
+            recipe.digest + "\n" + (recipe.crlExtensions ? "crlnumber = ./crlnumber\n" : "") +
+            "[ crl_ext ]\nauthorityKeyIdentifier = keyid:always\n" + recipe.moreCrlExtensions);
     std::string commands = "touch index.txt && echo 01 > crlnumber";
     for (size_t i = 0; i < recipe.revoked.size(); ++i) {
         LeafOptions leaf;

@@ -131,6 +131,8 @@ struct OpensslCaOptions {
     // A CRL Number and an Authority Key Identifier; without them, and
     // without reasons, the CRL is v1.
     bool crlExtensions = true;
+    // Further lines of the CRL extension section, and any sections they name.
+    std::string moreCrlExtensions;
 };
 
 // A DER CRL that `openssl ca`, holding issuer's key and certificate, makes in
