@@ -7,7 +7,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install-deps.sh
-cmake -S . -B build-release -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake -S . -B build-release -G Ninja -DCMAKE_BUILD_TYPE=Release -DQXCRL_WERROR=ON >/dev/null
 cmake --build build-release --target compare_bench
 build-release/bench/compare_bench --benchmark_format=json --benchmark_min_time=0.5 \
     --benchmark_out=build-release/compare.json --benchmark_out_format=json >/dev/null

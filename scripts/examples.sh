@@ -11,7 +11,7 @@ work=$(mktemp -d /tmp/qxcrl-examples.XXXXXX)
 trap 'rm -rf "$work"' EXIT
 prefix="$work/prefix"
 
-cmake -S . -B build-examples -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQXCRL_BUILD_TESTS=OFF
+cmake -S . -B build-examples -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQXCRL_BUILD_TESTS=OFF -DQXCRL_WERROR=ON
 cmake --build build-examples
 cmake --install build-examples --prefix "$prefix" >/dev/null
 

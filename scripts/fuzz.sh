@@ -30,7 +30,7 @@ declare -A options=(
 )
 
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DQXCRL_FUZZ=ON -DQXCRL_BUILD_TESTS=OFF
+    -DQXCRL_FUZZ=ON -DQXCRL_BUILD_TESTS=OFF -DQXCRL_WERROR=ON
 cmake --build "$build" --target fuzz
 
 fuzz/seed.sh "$build/seeds"
