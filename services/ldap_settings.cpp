@@ -1,6 +1,8 @@
 // The LDAP fetch's settings and the callback table a new layer installs.
 #include "ldap_settings.h"
 
+#include "fetch_table.h"
+
 namespace {
 
 constexpr QxLdapFetchSettings default_settings{5000, 10000, 64u * 1024 * 1024, 1024, 30000};
@@ -13,12 +15,15 @@ constexpr CrlFetchCallbacks default_table{&default_settings, qxldap_is_url, qxld
 namespace qxldap {
 
 const QxLdapFetchSettings& settings_of(const SecurityContext* ctx) {
-    // Settings are read only from a table whose fetch is this one: another
-    // table's settings may be anything its own callbacks understand.
+    // Settings are read only from a table whose fetch is this one, or the
+    // layer's table for both kinds of fetch: another table's settings may
+    // be anything its own callbacks understand.
     const CrlFetchCallbacks* table = ctx->layerContext->crlFetchCallbacks;
     if (table != nullptr && table->settings != nullptr &&
         table->ldap_fetch_crldp == qxldap_fetch_crldp)
         return *static_cast<const QxLdapFetchSettings*>(table->settings);
+    if (const QxCrlFetchSettings* both = qxfetch::table_settings(ctx))
+        return both->ldap;
     return default_settings;
 }
 
