@@ -672,9 +672,10 @@ QXCRL_API int qxldap_is_url(const char* url);
  * and certificateRevocationList from the entries found, and appends one node
  * per non-empty value to *list (nodes and DER from qxumalloc on ctx), or
  * nothing when it fails. Settings come from ctx's callback table when it is
- * the layer's own, else the defaults. Inside a walk of ctx on this thread,
- * the walk's deadline, memory and values bound the fetch, and the CRLs of
- * earlier fetches count against them. QXL_ERR_FETCH when the URL does not
+ * the layer's own (of qxldap_fetch_callbacks' or qxfetch_callbacks' kind),
+ * else the defaults. Inside a walk of ctx on this thread, the walk's
+ * deadline, memory and values bound the fetch, and the CRLs of earlier
+ * fetches, HTTP ones too, count against them. QXL_ERR_FETCH when the URL does not
  * parse, the directory cannot be reached in time, refuses the bind or
  * search, sends more than maxBytes or maxValues allow, or the walk's time is
  * up.
@@ -684,9 +685,10 @@ QXCRL_API StatusCode qxldap_fetch_crldp(SecurityContext* ctx, const char* url,
 
 /*
  * Begins a walk of ctx on this thread, for the layer's LDAP and HTTP
- * fetches alike: its deadline is walkTimeoutMs from now. A walk begun again for the same ctx before
- * it ends goes on under the first one's budget. At most 8 walks of different contexts are open on
- * one thread; beyond that, every fetch of the further ones is a walk of its own.
+ * fetches alike: its deadline is walkTimeoutMs from now. A walk begun again
+ * for the same ctx before it ends goes on under the first one's budget. At
+ * most 8 walks of different contexts are open on one thread; beyond that,
+ * every fetch of the further ones is a walk of its own.
  */
 QXCRL_API void qxldap_begin_walk(SecurityContext* ctx);
 
@@ -739,7 +741,8 @@ QXCRL_API int qxhttp_is_url(const char* url);
  * qxldap_fetch_crldp. QXL_ERR_FETCH when the URL is not one, the server
  * cannot be reached in time, answers anything but 200, sends more than the
  * body cap or the walk's memory allow, or a body that is no CRL, or the
- * walk's time is up; QXL_ERR_OUT_OF_MEMORY.
+ * walk's time is up; QXL_ERR_OUT_OF_MEMORY; QXL_ERR_BAD_ARGUMENT for a NULL
+ * argument or a context without a layer.
  */
 QXCRL_API StatusCode qxhttp_fetch_crldp(SecurityContext* ctx, const char* url,
                                         FetchedCrlNode** list);

@@ -3,16 +3,12 @@
 // bounds them all.
 #include "fetch_table.h"
 
+#include "http_settings.h"
+#include "ldap_settings.h"
+
 namespace {
 
-QxCrlFetchSettings make_defaults() {
-    QxCrlFetchSettings settings;
-    qxldap_default_settings(&settings.ldap);
-    qxhttp_default_settings(&settings.http);
-    return settings;
-}
-
-const QxCrlFetchSettings default_settings = make_defaults();
+constexpr QxCrlFetchSettings default_settings{qxldap::default_settings, qxhttp::default_settings};
 
 constexpr CrlFetchCallbacks default_table{&default_settings, qxfetch_is_url, qxfetch_crldp,
                                           qxldap_begin_walk, qxldap_end_walk};

@@ -3,12 +3,6 @@
 
 #include "fetch_table.h"
 
-namespace {
-
-constexpr QxHttpFetchSettings default_settings{5000, 20000, 32u * 1024 * 1024, 5};
-
-} // namespace
-
 namespace qxhttp {
 
 const QxHttpFetchSettings& settings_of(const SecurityContext* ctx) {
@@ -20,5 +14,5 @@ const QxHttpFetchSettings& settings_of(const SecurityContext* ctx) {
 
 extern "C" void qxhttp_default_settings(QxHttpFetchSettings* settings) {
     if (settings != nullptr)
-        *settings = default_settings;
+        *settings = qxhttp::default_settings;
 }

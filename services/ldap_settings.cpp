@@ -5,10 +5,8 @@
 
 namespace {
 
-constexpr QxLdapFetchSettings default_settings{5000, 10000, 64u * 1024 * 1024, 1024, 30000};
-
-constexpr CrlFetchCallbacks default_table{&default_settings, qxldap_is_url, qxldap_fetch_crldp,
-                                          qxldap_begin_walk, qxldap_end_walk};
+constexpr CrlFetchCallbacks default_table{&qxldap::default_settings, qxldap_is_url,
+                                          qxldap_fetch_crldp, qxldap_begin_walk, qxldap_end_walk};
 
 } // namespace
 
@@ -31,7 +29,7 @@ const QxLdapFetchSettings& settings_of(const SecurityContext* ctx) {
 
 extern "C" void qxldap_default_settings(QxLdapFetchSettings* settings) {
     if (settings != nullptr)
-        *settings = default_settings;
+        *settings = qxldap::default_settings;
 }
 
 extern "C" const CrlFetchCallbacks* qxldap_fetch_callbacks(void) {

@@ -20,6 +20,7 @@
 #include "own_ldap_table.h"
 #include "test_pki.h"
 #include "time_bounds.h"
+#include "walk_checks.h"
 
 using namespace qxtest;
 

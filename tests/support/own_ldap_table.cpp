@@ -2,10 +2,6 @@
 
 #include <algorithm>
 
-#include <gtest/gtest.h>
-
-#include "fetched_crls.h"
-
 namespace qxtest {
 
 OwnLdapTable::OwnLdapTable(SecurityContext* ctx) : ctx_(ctx) {
@@ -35,23 +31,6 @@ uint32_t least_max_bytes(SecurityContext* ctx, FetchCallback fetch, uint32_t& ma
 
 uint32_t OwnLdapTable::least_max_bytes_for(const std::vector<std::string>& urls) {
     return least_max_bytes(ctx_, qxldap_fetch_crldp, settings.maxBytes, urls);
-}
-
-void expect_walk_refuses(SecurityContext* ctx, FetchCallback fetch, const std::string& first,
-                         const std::string& second) {
-    FetchedCrlNode* list = nullptr;
-    {
-        const LdapWalk walk(ctx);
-        EXPECT_EQ(fetch(ctx, first.c_str(), &list), 0u);
-        const size_t firstCrls = length_of(list);
-        EXPECT_GT(firstCrls, 0u);
-        EXPECT_EQ(fetch(ctx, second.c_str(), &list), QXL_ERR_FETCH);
-        EXPECT_EQ(length_of(list), firstCrls);
-    }
-    qxldap_free_list(ctx, &list);
-    EXPECT_EQ(fetch(ctx, second.c_str(), &list), 0u);
-    EXPECT_GT(length_of(list), 0u);
-    qxldap_free_list(ctx, &list);
 }
 
 } // namespace qxtest

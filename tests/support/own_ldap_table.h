@@ -50,11 +50,6 @@ class LdapWalk {
     SecurityContext* ctx_;
 };
 
-// Checks that with fetch on ctx, in one walk, first succeeds and second is
-// refused, appending nothing; and that alone, second succeeds.
-void expect_walk_refuses(SecurityContext* ctx, FetchCallback fetch, const std::string& first,
-                         const std::string& second);
-
 } // namespace qxtest
 
 #endif
