@@ -22,7 +22,7 @@ const Command commands[] = {
     {"create", qxcli::create_command, "make an empty signed CRL"},
     {"revoke", qxcli::revoke_command, "add certificates to a CRL"},
     {"next-update", qxcli::next_update_command, "move a CRL's next update"},
-    {"fetch", qxcli::fetch_command, "fetch a certificate's CRL over LDAP"},
+    {"fetch", qxcli::fetch_command, "fetch a certificate's CRL over HTTP or LDAP"},
     {"store", qxcli::store_command, "store a CRL in the SQLite store"},
     {"stored", qxcli::stored_command, "read a stored CRL and its history"},
 };

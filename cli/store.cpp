@@ -73,8 +73,8 @@ int hash_command(int argc, char** argv) {
 int fetch_command(int argc, char** argv) {
     const Arguments arguments(argc, argv, 2, {{"--cert", "--out"}, {}});
     if (arguments.help()) {
-        std::printf("usage: %s\nFetches the CRL from the certificate's LDAP distribution points "
-                    "and writes it as PEM.\n",
+        std::printf("usage: %s\nFetches the CRL from the certificate's HTTP and LDAP distribution "
+                    "points and writes it as PEM.\n",
                     fetch_usage);
         return 0;
     }
@@ -85,7 +85,7 @@ int fetch_command(int argc, char** argv) {
     Session session;
     if (const uint32_t status = session.open(arguments))
         return report("making the layer", status);
-    qxlayer_set_fetch_callbacks(session.ctx(), qxldap_fetch_callbacks());
+    qxlayer_set_fetch_callbacks(session.ctx(), qxfetch_callbacks());
     Certificate cert(session.ctx());
     if (const int failed = load_cert(session, *arguments.value("--cert"), cert))
         return failed;

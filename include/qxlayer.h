@@ -640,20 +640,23 @@ QXCRL_API StatusCode qxir_read_history(SecurityContext* ctx, const char* name,
 /* ------------------------------------------------------------ LDAP fetch */
 
 /*
- * How the layer's LDAP callbacks reach a directory. A walk is what
- * qxcrl_FetchFromCRLDP does between begin_walk and end_walk; a fetch outside
- * a walk is a walk of its own.
+ * How the layer's LDAP callbacks reach a directory, and the bounds of a
+ * walk. A walk is what qxcrl_FetchFromCRLDP does between begin_walk and
+ * end_walk; a fetch outside a walk is a walk of its own. maxBytes, maxValues
+ * and walkTimeoutMs bound the whole walk, its HTTP fetches too, and are
+ * taken when the walk begins.
  */
 typedef struct QxLdapFetchSettings {
     uint32_t networkTimeoutMs;   /* connecting, and the TLS handshake; default 5000 */
     uint32_t operationTimeoutMs; /* bind and search each; default 10000 */
     /*
      * Memory a walk may hold at once: the fetched CRLs with their nodes and
-     * the allocator's share, and the directory's message being read;
-     * default 64 MiB.
+     * the allocator's share, and the directory's message or the HTTP body
+     * being read; default 64 MiB.
      */
     uint32_t maxBytes;
-    uint32_t maxValues;     /* CRL attribute values read in a walk; default 1024 */
+    /* CRLs read in a walk: attribute values and the CRLs of HTTP bodies; default 1024 */
+    uint32_t maxValues;
     uint32_t walkTimeoutMs; /* a whole walk, every fetch in it; default 30000 */
 } QxLdapFetchSettings;
 
@@ -669,9 +672,10 @@ QXCRL_API int qxldap_is_url(const char* url);
  * and certificateRevocationList from the entries found, and appends one node
  * per non-empty value to *list (nodes and DER from qxumalloc on ctx), or
  * nothing when it fails. Settings come from ctx's callback table when it is
- * the layer's own, else the defaults. Inside a walk of ctx on this thread,
- * the walk's deadline, memory and values bound the fetch, and the CRLs of
- * earlier fetches count against them. QXL_ERR_FETCH when the URL does not
+ * the layer's own (of qxldap_fetch_callbacks' or qxfetch_callbacks' kind),
+ * else the defaults. Inside a walk of ctx on this thread, the walk's
+ * deadline, memory and values bound the fetch, and the CRLs of earlier
+ * fetches, HTTP ones too, count against them. QXL_ERR_FETCH when the URL does not
  * parse, the directory cannot be reached in time, refuses the bind or
  * search, sends more than maxBytes or maxValues allow, or the walk's time is
  * up.
@@ -680,10 +684,11 @@ QXCRL_API StatusCode qxldap_fetch_crldp(SecurityContext* ctx, const char* url,
                                         FetchedCrlNode** list);
 
 /*
- * Begins a walk of ctx on this thread: its deadline is walkTimeoutMs from
- * now. A walk begun again for the same ctx before it ends goes on under the
- * first one's budget. At most 8 walks of different contexts are open on one
- * thread; beyond that, every fetch of the further ones is a walk of its own.
+ * Begins a walk of ctx on this thread, for the layer's LDAP and HTTP
+ * fetches alike: its deadline is walkTimeoutMs from now. A walk begun again
+ * for the same ctx before it ends goes on under the first one's budget. At
+ * most 8 walks of different contexts are open on one thread; beyond that,
+ * every fetch of the further ones is a walk of its own.
  */
 QXCRL_API void qxldap_begin_walk(SecurityContext* ctx);
 
@@ -702,6 +707,71 @@ QXCRL_API void qxlayer_set_fetch_callbacks(SecurityContext* ctx, const CrlFetchC
 
 /* Releases every node of *list and its DER, and sets *list to NULL. */
 QXCRL_API void qxldap_free_list(SecurityContext* ctx, FetchedCrlNode** list);
+
+/* ------------------------------------------------------------ HTTP fetch */
+
+/*
+ * How the layer's HTTP fetch reaches a server. Inside a walk, the walk's
+ * deadline and memory (QxLdapFetchSettings) bound every fetch as well.
+ */
+typedef struct QxHttpFetchSettings {
+    uint32_t connectTimeoutMs; /* connecting, and the TLS handshake; default 5000 */
+    uint32_t timeoutMs;        /* one fetch, every redirect of it; default 20000 */
+    uint32_t maxBodyBytes;     /* the longest body taken; default 32 MiB */
+    uint32_t maxRedirects;     /* redirects followed in one fetch; default 5 */
+} QxHttpFetchSettings;
+
+/* Fills settings with the defaults above. */
+QXCRL_API void qxhttp_default_settings(QxHttpFetchSettings* settings);
+
+/* Non-zero for http:// and https:// URLs (scheme case-insensitive). */
+QXCRL_API int qxhttp_is_url(const char* url);
+
+/*
+ * Fetches the CRLs at an HTTP or HTTPS URL (RFC 5280: DER over HTTP) with a
+ * GET and appends them to *list (nodes and DER from qxumalloc on ctx), or
+ * nothing when it fails. Only status 200 counts; its body is one DER CRL
+ * that fills it exactly, or PEM text whose CRL blocks are taken in order.
+ * Redirects are followed up to maxRedirects, and only to an https:// URL or
+ * to the same scheme, host and port; never to another scheme. No cookies,
+ * no credentials (a URL with a user name is refused); proxies come from the
+ * environment as for every libcurl program (http_proxy, https_proxy,
+ * no_proxy). Settings come from ctx's callback table when it is of the
+ * kind qxfetch_callbacks gives, else the defaults; the walk's bounds as for
+ * qxldap_fetch_crldp. QXL_ERR_FETCH when the URL is not one, the server
+ * cannot be reached in time, answers anything but 200, sends more than the
+ * body cap or the walk's memory allow, or a body that is no CRL, or the
+ * walk's time is up; QXL_ERR_OUT_OF_MEMORY; QXL_ERR_BAD_ARGUMENT for a NULL
+ * argument or a context without a layer.
+ */
+QXCRL_API StatusCode qxhttp_fetch_crldp(SecurityContext* ctx, const char* url,
+                                        FetchedCrlNode** list);
+
+/* ------------------------------------------------- the layer's fetch table */
+
+/* The settings of a table of the kind qxfetch_callbacks gives. */
+typedef struct QxCrlFetchSettings {
+    QxLdapFetchSettings ldap; /* LDAP fetches, and the bounds of every walk */
+    QxHttpFetchSettings http; /* HTTP fetches */
+} QxCrlFetchSettings;
+
+/* Fills settings with the defaults of both kinds of fetch. */
+QXCRL_API void qxfetch_default_settings(QxCrlFetchSettings* settings);
+
+/* Non-zero for http://, https://, ldap://, ldaps:// and ldapi:// URLs. */
+QXCRL_API int qxfetch_is_url(const char* url);
+
+/* qxhttp_fetch_crldp for HTTP and HTTPS URLs, qxldap_fetch_crldp for the others. */
+QXCRL_API StatusCode qxfetch_crldp(SecurityContext* ctx, const char* url, FetchedCrlNode** list);
+
+/*
+ * The layer's table for HTTP and LDAP distribution points with the default
+ * settings: qxfetch_is_url, qxfetch_crldp, and the walk of qxldap_begin_walk
+ * and qxldap_end_walk, whose one deadline and memory budget bound both
+ * kinds of fetch. To change settings, build a table whose first slot points
+ * to a QxCrlFetchSettings and whose callbacks are these four.
+ */
+QXCRL_API const CrlFetchCallbacks* qxfetch_callbacks(void);
 
 /* ---------------------------------------------------- certificate context */
 

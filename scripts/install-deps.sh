@@ -8,6 +8,7 @@ packages=(
     libssl-dev openssl
     libsqlite3-dev
     libldap-dev slapd ldap-utils
+    libcurl4-openssl-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     clang libclang-rt-14-dev
 )

@@ -5,51 +5,45 @@
 // values are capped for the walk as a whole, so that a directory can make
 // the layer neither wait nor hold more than it allows. A fetch appends to
 // the caller's list only when it succeeds as a whole.
-#include <csignal>
 #include <cstring>
-#include <pthread.h>
 #include <strings.h>
 
-#include "ldap_chain.h"
+#include "fetch_chain.h"
+#include "ldap_crl_values.h"
 #include "ldap_session.h"
 #include "ldap_settings.h"
 #include "ldap_trace.h"
+#include "sigpipe_block.h"
+#include "url_scheme.h"
 
 using namespace qxldap;
+using qxfetch::Budget;
+using qxfetch::Chain;
 
 namespace {
 
 constexpr char any_entry[] = "(objectClass=*)";
 
-// libldap writes to its socket with plain write(): a directory that drops
-// the connection would raise SIGPIPE and end the host process. The signal is
-// held back on this thread for the fetch, and one it caused is taken away.
-class SigpipeBlock {
+// What libldap keeps for one message beside its bytes: the message and its
+// BER elements, the buffer's allocator share, and the tag and length read
+// ahead of the buffer.
+constexpr uint64_t message_bookkeeping = 1024;
+// The tag and length octets that a message's length does not count.
+constexpr uint64_t message_header = 16;
+constexpr uint64_t message_overhead = message_bookkeeping + message_header;
+
+constexpr qxfetch::Tracing tracing{function_name, "ldap"};
+
+// The values of an entry go to the fetch's chain.
+class ChainSink final : public CrlValueSink {
   public:
-    SigpipeBlock() {
-        sigemptyset(&pipe_);
-        sigaddset(&pipe_, SIGPIPE);
-        sigset_t pending;
-        sigpending(&pending);
-        alreadyPending_ = sigismember(&pending, SIGPIPE) == 1;
-        pthread_sigmask(SIG_BLOCK, &pipe_, &previous_);
+    explicit ChainSink(Chain& chain) : chain_(chain) {}
+    StatusCode take(const berval& value) override {
+        return chain_.take(reinterpret_cast<const unsigned char*>(value.bv_val), value.bv_len);
     }
-    ~SigpipeBlock() {
-        sigset_t pending;
-        sigpending(&pending);
-        if (!alreadyPending_ && sigismember(&pending, SIGPIPE) == 1) {
-            const timespec now{0, 0};
-            sigtimedwait(&pipe_, nullptr, &now);
-        }
-        pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
-    }
-    SigpipeBlock(const SigpipeBlock&) = delete;
-    SigpipeBlock& operator=(const SigpipeBlock&) = delete;
 
   private:
-    sigset_t pipe_;
-    sigset_t previous_;
-    bool alreadyPending_ = false;
+    Chain& chain_;
 };
 
 struct UrlDesc {
@@ -97,7 +91,7 @@ StatusCode search(SecurityContext* ctx, const char* url, const LDAPURLDesc& pars
         return failed(ctx, "search of", url, rc);
     session.take_received(); // the handshake and the bind are no entry's
     for (;;) {
-        const uint64_t room = chain.room_for_message();
+        const uint64_t room = chain.room(message_overhead);
         if (room == 0)
             return chain.over_bytes();
         if (!session.limit_incoming(room))
@@ -120,12 +114,13 @@ StatusCode search(SecurityContext* ctx, const char* url, const LDAPURLDesc& pars
         }
         if (rc != LDAP_RES_SEARCH_ENTRY)
             continue; // references are not followed
-        StatusCode status = chain.hold_message(received);
+        StatusCode status = chain.hold(received + message_bookkeeping);
+        ChainSink sink(chain);
         if (status == 0)
-            status = read_crl_values(ctx, url, session.ld(), reply.msg, chain);
+            status = read_crl_values(ctx, url, session.ld(), reply.msg, sink);
         if (status != 0)
             return status;
-        chain.release_message(); // reply goes with this turn of the loop
+        chain.release(); // reply goes with this turn of the loop
     }
 }
 
@@ -141,11 +136,11 @@ StatusCode fetch(SecurityContext* ctx, const char* url, const QxLdapFetchSetting
         qxu_print_trace(ctx, function_name, trace_level, "ldap: cannot parse %s (%d)\n", url, rc);
         return QXL_ERR_FETCH;
     }
-    Chain chain(ctx, settings, budget);
-    const uint64_t room = chain.room_for_message();
+    Chain chain(ctx, tracing, budget);
+    const uint64_t room = chain.room(message_overhead);
     if (room == 0)
         return chain.over_bytes();
-    const SigpipeBlock quiet; // outlives the session, whose end also writes
+    const qxfetch::SigpipeBlock quiet; // outlives the session, whose end also writes
     Session session;
     StatusCode status = session.open(ctx, url, *parsed.desc, settings, budget.deadline, room);
     if (status == 0)
@@ -158,13 +153,7 @@ StatusCode fetch(SecurityContext* ctx, const char* url, const QxLdapFetchSetting
 } // namespace
 
 extern "C" int qxldap_is_url(const char* url) {
-    if (url == nullptr)
-        return 0;
-    for (const char* scheme : {"ldap://", "ldaps://", "ldapi://"}) {
-        if (strncasecmp(url, scheme, std::strlen(scheme)) == 0)
-            return 1;
-    }
-    return 0;
+    return qxfetch::has_scheme(url, {"ldap://", "ldaps://", "ldapi://"});
 }
 
 extern "C" StatusCode qxldap_fetch_crldp(SecurityContext* ctx, const char* url,
@@ -172,10 +161,8 @@ extern "C" StatusCode qxldap_fetch_crldp(SecurityContext* ctx, const char* url,
     if (ctx == nullptr || ctx->layerContext == nullptr || url == nullptr || list == nullptr)
         return QXL_ERR_BAD_ARGUMENT;
     const QxLdapFetchSettings& settings = settings_of(ctx);
-    if (Budget* walk = walk_budget(ctx))
-        return fetch(ctx, url, settings, *walk, list);
-    Budget own = fresh_budget(settings);
-    return fetch(ctx, url, settings, own, list);
+    return qxfetch::in_walk(
+        ctx, [&](Budget& budget) { return fetch(ctx, url, settings, budget, list); });
 }
 
 extern "C" void qxldap_free_list(SecurityContext* ctx, FetchedCrlNode** list) {

@@ -9,11 +9,15 @@
 
 #include <ldap.h>
 
-#include "ldap_deadline.h"
+#include "fetch_deadline.h"
 #include "ldap_framing.h"
 #include "qxlayer.h"
 
 namespace qxldap {
+
+using qxfetch::Clock;
+using qxfetch::Deadline;
+using qxfetch::to_timeval;
 
 // A message from the directory, released with its holder.
 struct Message {

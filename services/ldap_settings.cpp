@@ -1,24 +1,27 @@
 // The LDAP fetch's settings and the callback table a new layer installs.
 #include "ldap_settings.h"
 
+#include "fetch_table.h"
+
 namespace {
 
-constexpr QxLdapFetchSettings default_settings{5000, 10000, 64u * 1024 * 1024, 1024, 30000};
-
-constexpr CrlFetchCallbacks default_table{&default_settings, qxldap_is_url, qxldap_fetch_crldp,
-                                          qxldap_begin_walk, qxldap_end_walk};
+constexpr CrlFetchCallbacks default_table{&qxldap::default_settings, qxldap_is_url,
+                                          qxldap_fetch_crldp, qxldap_begin_walk, qxldap_end_walk};
 
 } // namespace
 
 namespace qxldap {
 
 const QxLdapFetchSettings& settings_of(const SecurityContext* ctx) {
-    // Settings are read only from a table whose fetch is this one: another
-    // table's settings may be anything its own callbacks understand.
+    // Settings are read only from a table whose fetch is this one, or the
+    // layer's table for both kinds of fetch: another table's settings may
+    // be anything its own callbacks understand.
     const CrlFetchCallbacks* table = ctx->layerContext->crlFetchCallbacks;
     if (table != nullptr && table->settings != nullptr &&
         table->ldap_fetch_crldp == qxldap_fetch_crldp)
         return *static_cast<const QxLdapFetchSettings*>(table->settings);
+    if (const QxCrlFetchSettings* both = qxfetch::table_settings(ctx))
+        return both->ldap;
     return default_settings;
 }
 
@@ -26,7 +29,7 @@ const QxLdapFetchSettings& settings_of(const SecurityContext* ctx) {
 
 extern "C" void qxldap_default_settings(QxLdapFetchSettings* settings) {
     if (settings != nullptr)
-        *settings = default_settings;
+        *settings = qxldap::default_settings;
 }
 
 extern "C" const CrlFetchCallbacks* qxldap_fetch_callbacks(void) {

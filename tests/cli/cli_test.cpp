@@ -8,6 +8,7 @@
 
 #include "cli_run.h"
 #include "files.h"
+#include "http_server.h"
 #include "qxcrl.h"
 #include "slapd.h"
 #include "test_pki.h"
@@ -416,6 +417,47 @@ TEST_F(CliTest, FetchFromADirectory) {
     ASSERT_EQ(result.exit, 0) << result.err;
     ASSERT_EQ(run_in(dir_.path(), "openssl crl -in fetched.pem -outform DER -out fetched.der"), 0);
     EXPECT_EQ(read_file(dir_ / "fetched.der"), crl);
+}
+
+// Most CAs publish their CRLs over HTTP: the command fetches them as well.
+TEST_F(CliTest, FetchOverHttp) {
+    HttpServer server;
+    CrlOptions recipe;
+    recipe.revoked = {revoked_serial({0x43})};
+    const Bytes crl = make_crl(shared_issuer(), recipe);
+    server.set("/ca.crl", HttpResponse::ok(crl));
+    LeafOptions options;
+    options.distributionPoints = {{server.url("/ca.crl")}};
+    write_text(dir_ / "fetching.pem", cert_pem(make_leaf(shared_issuer(), options).get()));
+
+    const Result result = qxcrl(dir_.path(), "fetch --cert fetching.pem", 60);
+    ASSERT_EQ(result.exit, 0) << result.err;
+    write_text(dir_ / "fetched.pem", result.out);
+    ASSERT_EQ(run_in(dir_.path(), "openssl crl -in fetched.pem -outform DER -out fetched.der"), 0);
+    EXPECT_EQ(read_file(dir_ / "fetched.der"), crl);
+    EXPECT_EQ(server.accepted(), 1u);
+}
+
+// A point whose server has no CRL is passed for the next, of either kind.
+TEST_F(CliTest, FetchGoesOnFromHttpToLdap) {
+    HttpServer server;
+    Slapd directory;
+    CrlOptions recipe;
+    recipe.revoked = {revoked_serial({0x44})};
+    const Bytes crl = make_crl(shared_issuer(), recipe);
+    const std::string dn = "ou=both," + std::string(Slapd::suffix);
+    directory.add_crl_entry(dn, "pkiCA", {crl});
+    LeafOptions options;
+    options.distributionPoints = {{server.url("/missing.crl")},
+                                  {directory.url(dn, "certificateRevocationList;binary")}};
+    write_text(dir_ / "fetching.pem", cert_pem(make_leaf(shared_issuer(), options).get()));
+
+    const Result result = qxcrl(dir_.path(), "fetch --cert fetching.pem --out fetched.pem", 60);
+    ASSERT_EQ(result.exit, 0) << result.err;
+    ASSERT_EQ(run_in(dir_.path(), "openssl crl -in fetched.pem -outform DER -out fetched.der"), 0);
+    EXPECT_EQ(read_file(dir_ / "fetched.der"), crl);
+    ASSERT_EQ(server.requests().size(), 1u);
+    EXPECT_EQ(server.requests()[0].rfind("GET /missing.crl ", 0), 0u);
 }
 
 TEST_F(CliTest, TraceShowsTheLayersRecords) {

@@ -17,21 +17,15 @@
 #include "layer_fixture.h"
 #include "slapd.h"
 #include "test_pki.h"
+#include "time_bounds.h"
 
 using namespace qxtest;
-using std::chrono::milliseconds;
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 std::vector<Bytes> sorted(std::vector<Bytes> values) {
     std::sort(values.begin(), values.end());
     return values;
-}
-
-milliseconds elapsed_since(Clock::time_point start) {
-    return std::chrono::duration_cast<milliseconds>(Clock::now() - start);
 }
 
 StatusCode fetch_through_other_table(SecurityContext* ctx, const char* url, FetchedCrlNode** list) {

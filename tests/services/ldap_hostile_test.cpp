@@ -7,75 +7,24 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <ldap.h>
 
+#include "child_run.h"
 #include "fetched_crls.h"
 #include "hostile_ldap.h"
 #include "layer_fixture.h"
 #include "own_ldap_table.h"
 #include "test_pki.h"
+#include "time_bounds.h"
+#include "walk_checks.h"
 
 using namespace qxtest;
-using std::chrono::milliseconds;
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-// Generous: these bounds prove that nothing hangs, they measure no speed.
-constexpr milliseconds slack(5000);
-
-milliseconds elapsed_since(Clock::time_point start) {
-    return std::chrono::duration_cast<milliseconds>(Clock::now() - start);
-}
-
-size_t length_of(const FetchedCrlNode* list) {
-    return ders_of(list).size();
-}
-
-// What a fetch in a child process did, and how far the child's peak
-// resident memory grew while it ran.
-struct ChildRun {
-    StatusCode status = 0;
-    long growthKb = -1;
-};
-
-// Runs op in a forked child, so that its peak memory is its own. Only
-// this thread exists in the child; the servers keep running in the parent.
-ChildRun run_in_child(const std::function<StatusCode()>& op) {
-    int channel[2];
-    if (pipe(channel) != 0)
-        return {};
-    const pid_t child = fork();
-    if (child == 0) {
-        close(channel[0]);
-        rusage before{};
-        getrusage(RUSAGE_SELF, &before);
-        ChildRun run;
-        run.status = op();
-        rusage after{};
-        getrusage(RUSAGE_SELF, &after);
-        run.growthKb = after.ru_maxrss - before.ru_maxrss;
-        const bool written = write(channel[1], &run, sizeof run) == sizeof run;
-        _exit(written ? 0 : 1);
-    }
-    close(channel[1]);
-    ChildRun run;
-    if (child < 0 || read(channel[0], &run, sizeof run) != sizeof run)
-        run = {};
-    close(channel[0]);
-    int status = 0;
-    if (child > 0)
-        waitpid(child, &status, 0);
-    return run;
-}
 
 class LdapHostileTest : public LayerTest {
   protected:
@@ -92,20 +41,8 @@ class LdapHostileTest : public LayerTest {
         return qxldap_fetch_crldp(ctx_, url.c_str(), &list_);
     }
 
-    // In one walk, first succeeds and second is refused; alone, second
-    // succeeds with as many CRLs as it had.
     void expect_walk_refuses(const std::string& first, const std::string& second) {
-        {
-            const LdapWalk walk(ctx_);
-            ASSERT_EQ(fetch(first), 0u);
-            const size_t firstCrls = length_of(list_);
-            EXPECT_EQ(fetch(second), QXL_ERR_FETCH);
-            EXPECT_EQ(length_of(list_), firstCrls);
-        }
-        qxldap_free_list(ctx_, &list_);
-        ASSERT_EQ(fetch(second), 0u);
-        EXPECT_GT(length_of(list_), 0u);
-        qxldap_free_list(ctx_, &list_);
+        qxtest::expect_walk_refuses(ctx_, qxldap_fetch_crldp, first, second);
     }
 
     FetchedCrlNode* list_ = nullptr;

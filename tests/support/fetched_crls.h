@@ -16,6 +16,11 @@ inline std::vector<std::vector<unsigned char>> ders_of(const FetchedCrlNode* lis
     return found;
 }
 
+// How many nodes list has.
+inline size_t length_of(const FetchedCrlNode* list) {
+    return ders_of(list).size();
+}
+
 } // namespace qxtest
 
 #endif

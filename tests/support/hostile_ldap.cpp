@@ -10,11 +10,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "socket_waits.h"
+
 namespace qxtest {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using Clock = ServerClock;
 
 constexpr char crl_binary[] = "certificateRevocationList;binary";
 // The longest request a client of these servers sends is a search of a few
@@ -67,23 +69,6 @@ std::string server_hello() {
     return record;
 }
 
-// True once fd is ready for events; false when the deadline passes or the
-// server is told to stop.
-bool ready(int fd, short events, int wake, Clock::time_point deadline) {
-    for (;;) {
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-        if (left.count() <= 0)
-            return false;
-        pollfd fds[2] = {{fd, events, 0}, {wake, POLLIN, 0}};
-        const int rc = poll(fds, 2, static_cast<int>(left.count()));
-        if (rc < 0 && errno != EINTR)
-            return false;
-        if (rc > 0)
-            return fds[1].revents == 0 && fds[0].revents != 0;
-    }
-}
-
 bool read_exactly(int fd, size_t count, std::string& into, int wake, Clock::time_point deadline) {
     const size_t start = into.size();
     into.resize(start + count);
@@ -96,21 +81,6 @@ bool read_exactly(int fd, size_t count, std::string& into, int wake, Clock::time
             return false;
         if (got > 0)
             done += static_cast<size_t>(got);
-    }
-    return true;
-}
-
-bool write_all(int fd, const std::string& bytes, int wake, Clock::time_point deadline) {
-    size_t done = 0;
-    while (done < bytes.size()) {
-        if (!ready(fd, POLLOUT, wake, deadline))
-            return false;
-        const ssize_t sent =
-            send(fd, bytes.data() + done, bytes.size() - done, MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (sent < 0 && errno != EAGAIN && errno != EINTR)
-            return false;
-        if (sent > 0)
-            done += static_cast<size_t>(sent);
     }
     return true;
 }
@@ -155,12 +125,8 @@ std::string message(const std::string& messageId, const std::string& operation) 
 
 } // namespace
 
-HostileLdap::HostileLdap(std::unique_ptr<State> state) : state_(std::move(state)) {
-    sockaddr_in address{};
-    socklen_t size = sizeof address;
-    if (getsockname(state_->listener, reinterpret_cast<sockaddr*>(&address), &size) != 0)
-        throw std::runtime_error("getsockname failed");
-    port_ = ntohs(address.sin_port);
+HostileLdap::HostileLdap(std::unique_ptr<State> state)
+    : state_(std::move(state)), port_(bound_port(state_->listener)) {
     thread_ = std::thread(run, std::ref(*state_));
 }
 
@@ -180,17 +146,7 @@ HostileLdap::~HostileLdap() {
 std::unique_ptr<HostileLdap::State> HostileLdap::listening(Behaviour behaviour) {
     auto state = std::make_unique<State>();
     state->behaviour = behaviour;
-    state->listener = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (state->listener < 0 ||
-        bind(state->listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        listen(state->listener, 64) != 0 || pipe(state->wake) != 0) {
-        if (state->listener >= 0)
-            close(state->listener);
-        throw std::runtime_error("cannot listen on 127.0.0.1");
-    }
+    state->listener = listen_on("127.0.0.1", state->wake);
     return state;
 }
 

@@ -11,21 +11,26 @@ OwnLdapTable::OwnLdapTable(SecurityContext* ctx) : ctx_(ctx) {
     qxlayer_set_fetch_callbacks(ctx_, &table_);
 }
 
-uint32_t OwnLdapTable::least_max_bytes_for(const std::vector<std::string>& urls) {
+uint32_t least_max_bytes(SecurityContext* ctx, FetchCallback fetch, uint32_t& maxBytes,
+                         const std::vector<std::string>& urls) {
     uint32_t least = 0;
     for (const std::string& url : urls) {
         uint32_t failing = 0, succeeding = 1u << 26;
         while (succeeding - failing > 1) {
-            settings.maxBytes = failing + (succeeding - failing) / 2;
+            maxBytes = failing + (succeeding - failing) / 2;
             FetchedCrlNode* list = nullptr;
-            const StatusCode status = qxldap_fetch_crldp(ctx_, url.c_str(), &list);
-            qxldap_free_list(ctx_, &list);
-            (status == 0 ? succeeding : failing) = settings.maxBytes;
+            const StatusCode status = fetch(ctx, url.c_str(), &list);
+            qxldap_free_list(ctx, &list);
+            (status == 0 ? succeeding : failing) = maxBytes;
         }
         least = std::max(least, succeeding);
     }
-    settings.maxBytes = least;
+    maxBytes = least;
     return least;
+}
+
+uint32_t OwnLdapTable::least_max_bytes_for(const std::vector<std::string>& urls) {
+    return least_max_bytes(ctx_, qxldap_fetch_crldp, settings.maxBytes, urls);
 }
 
 } // namespace qxtest

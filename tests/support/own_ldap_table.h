@@ -11,6 +11,14 @@
 
 namespace qxtest {
 
+using FetchCallback = StatusCode (*)(SecurityContext* ctx, const char* url, FetchedCrlNode** list);
+
+// The least maxBytes with which fetch of each of urls alone succeeds on
+// ctx, found by halving; maxBytes, which the table installed on ctx reads,
+// is left at it.
+uint32_t least_max_bytes(SecurityContext* ctx, FetchCallback fetch, uint32_t& maxBytes,
+                         const std::vector<std::string>& urls);
+
 class OwnLdapTable {
   public:
     // The default settings, installed on ctx.

@@ -21,6 +21,15 @@ void require(bool ok, const char* what) {
         throw std::runtime_error(std::string("test PKI: ") + what);
 }
 
+// What bio holds, as text; bio is freed.
+std::string text_of(BIO* bio) {
+    char* text = nullptr;
+    const long length = BIO_get_mem_data(bio, &text);
+    std::string pem(text, static_cast<size_t>(length));
+    BIO_free(bio);
+    return pem;
+}
+
 const EVP_MD* digest_for(KeyKind kind) {
     return kind == KeyKind::Ed25519 || kind == KeyKind::Ed448 ? nullptr : EVP_sha256();
 }
@@ -93,11 +102,7 @@ std::string key_pem(const EVP_PKEY* key) {
     require(bio != nullptr &&
                 PEM_write_bio_PKCS8PrivateKey(bio, key, nullptr, nullptr, 0, nullptr, nullptr) == 1,
             "key PEM");
-    char* text = nullptr;
-    const long length = BIO_get_mem_data(bio, &text);
-    std::string pem(text, static_cast<size_t>(length));
-    BIO_free(bio);
-    return pem;
+    return text_of(bio);
 }
 
 Bytes key_der(const EVP_PKEY* key) {
@@ -323,11 +328,15 @@ Bytes cert_der(const X509* cert) {
 std::string cert_pem(const X509* cert) {
     BIO* bio = BIO_new(BIO_s_mem());
     require(bio != nullptr && PEM_write_bio_X509(bio, cert) == 1, "certificate PEM");
-    char* text = nullptr;
-    const long length = BIO_get_mem_data(bio, &text);
-    std::string pem(text, static_cast<size_t>(length));
-    BIO_free(bio);
-    return pem;
+    return text_of(bio);
+}
+
+std::string crl_pem(const Bytes& der) {
+    const Crl crl = openssl_crl(der);
+    BIO* bio = BIO_new(BIO_s_mem());
+    require(crl != nullptr && bio != nullptr && PEM_write_bio_X509_CRL(bio, crl.get()) == 1,
+            "CRL PEM");
+    return text_of(bio);
 }
 
 } // namespace qxtest

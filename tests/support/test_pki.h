@@ -153,6 +153,9 @@ Bytes cert_der(const X509* cert);
 // The certificate as PEM text with LF line ends.
 std::string cert_pem(const X509* cert);
 
+// The DER CRL as PEM text with LF line ends, as OpenSSL writes it.
+std::string crl_pem(const Bytes& der);
+
 } // namespace qxtest
 
 #endif

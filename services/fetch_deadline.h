@@ -1,7 +1,7 @@
-// Time limits of the LDAP fetch: each step has its own timeout, and none
-// runs past the deadline of the walk it belongs to.
-#ifndef QXCRL_SERVICES_LDAP_DEADLINE_H
-#define QXCRL_SERVICES_LDAP_DEADLINE_H
+// Time limits of the layer's fetches: each step has its own timeout, and
+// none runs past the deadline of the walk it belongs to.
+#ifndef QXCRL_SERVICES_FETCH_DEADLINE_H
+#define QXCRL_SERVICES_FETCH_DEADLINE_H
 
 #include <algorithm>
 #include <chrono>
@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <sys/time.h>
 
-namespace qxldap {
+namespace qxfetch {
 
 using Clock = std::chrono::steady_clock;
 
@@ -51,6 +51,6 @@ class Deadline {
     Clock::time_point end_;
 };
 
-} // namespace qxldap
+} // namespace qxfetch
 
 #endif

@@ -1,7 +1,7 @@
 // Walks per thread in a small fixed table: beginning a walk allocates
 // nothing, so it cannot fail, and a walk that finds no room only loses the
 // sharing of its budget, never a bound.
-#include "ldap_walk.h"
+#include "fetch_walk.h"
 
 #include <array>
 
@@ -12,7 +12,7 @@ namespace {
 struct OpenWalk {
     const SecurityContext* ctx = nullptr; // nullptr: the slot is free
     uint32_t depth = 0;                   // begun this many times, not yet ended
-    qxldap::Budget budget;
+    qxfetch::Budget budget;
 };
 
 constexpr size_t walks_per_thread = 8;
@@ -29,11 +29,14 @@ OpenWalk* find(const SecurityContext* ctx) {
 
 } // namespace
 
-namespace qxldap {
+namespace qxfetch {
 
-Budget fresh_budget(const QxLdapFetchSettings& settings) {
+Budget fresh_budget(const SecurityContext* ctx) {
+    const QxLdapFetchSettings& settings = qxldap::settings_of(ctx);
     Budget budget;
     budget.deadline = Clock::now() + std::chrono::milliseconds(settings.walkTimeoutMs);
+    budget.maxBytes = settings.maxBytes;
+    budget.maxValues = settings.maxValues;
     return budget;
 }
 
@@ -42,7 +45,7 @@ Budget* walk_budget(const SecurityContext* ctx) {
     return walk == nullptr ? nullptr : &walk->budget;
 }
 
-} // namespace qxldap
+} // namespace qxfetch
 
 extern "C" void qxldap_begin_walk(SecurityContext* ctx) {
     if (ctx == nullptr || ctx->layerContext == nullptr)
@@ -50,7 +53,7 @@ extern "C" void qxldap_begin_walk(SecurityContext* ctx) {
     OpenWalk* walk = find(ctx);
     if (walk == nullptr && (walk = find(nullptr)) != nullptr) {
         walk->ctx = ctx;
-        walk->budget = qxldap::fresh_budget(qxldap::settings_of(ctx));
+        walk->budget = qxfetch::fresh_budget(ctx);
     }
     if (walk != nullptr)
         ++walk->depth;
