@@ -11,6 +11,8 @@
 #   ldap_answer  the walk's two bound bytes, then a directory's answer to a
 #                search: entries holding CRLs, references, results
 #                (what fuzz/ldap_answer.cpp reads)
+#   http_answer  two bound bytes and a framing byte, then a web server's
+#                body: DER CRLs and PEM texts (what fuzz/http_answer.cpp reads)
 # Files over 64 KiB are left out: libFuzzer sizes its inputs after the
 # largest seed, and megabyte inputs would slow every run.
 set -euo pipefail
@@ -21,7 +23,7 @@ corpus=${QXCRL_CORPUS:-../shared/corpus}
 max_bytes=65536
 separator='--qxfetch--'
 targets=(der_details file_load pem_text base64 concat_status cert_record private_key
-    ldap_answer)
+    ldap_answer http_answer)
 
 if [ ! -d "$corpus" ]; then
     echo "seed.sh: no corpus at $corpus" >&2
@@ -125,6 +127,7 @@ while IFS= read -r -d '' file; do
         continue
     fi
     cp "$der" "$out/der_details/$name"
+    { printf '\x0f\x0f\x00'; cat "$der"; } >"$out/http_answer/$name"
     { ldap_bounds 3f 0b; ldap_attribute "$binary" "$der" | ldap_entry; ldap_result 00; } \
         >"$out/ldap_answer/$name"
     cp "$der" "$out/file_load/$name"
@@ -236,6 +239,13 @@ crl=$work/crl.der crl2=$work/crl2.der long=$work/long-crl.der
 } >"$seeds/pki-too-many-values"
 { ldap_bounds 3f 00; ldap_attribute "$binary" "$long" "$long" | ldap_entry; ldap_result 00; } \
     >"$seeds/pki-too-many-bytes"
+seeds="$out/http_answer"
+{ printf '\x0f\x0f\x00'; cat "$pki/crl.pem" "$pki/leaf.pem" "$pki/crl2.pem"; } >"$seeds/pki-pem"
+{ printf '\x0f\x0f\x01'; cat "$pki/crl.pem"; } >"$seeds/pki-pem-no-length"
+{ printf '\x0f\x0f\x02'; cat "$crl"; } >"$seeds/pki-der-claims-more"
+{ printf '\x0f\x0f\x03'; cat "$crl"; } >"$seeds/pki-der-claims-less"
+{ printf '\x00\x00\x00'; cat "$long"; } >"$seeds/pki-der-over-the-cap"
+{ printf '\x01\x0f\x00'; cat "$pki/crl.pem" "$pki/crl2.pem" "$pki/crl.pem"; } >"$seeds/pki-pem-too-many"
 seeds="$out/concat_status"
 (cd "$pki" && cat ca.pem leaf.pem crl.pem leaf2.pem ca2.pem crl2.pem leaf3.pem) >"$seeds/pki-bundle"
 (cd "$pki" && cat crl.pem crl2.pem leaf.pem leaf2.pem leaf3.pem) >"$seeds/pki-crls-first"

@@ -8,7 +8,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 seconds=${1:-60}
-targets=(der_details pem_text file_load base64 concat_status cert_record private_key ldap_answer)
+targets=(der_details pem_text file_load base64 concat_status cert_record private_key ldap_answer
+    http_answer)
 build=build-fuzz
 
 # Per target: the largest input, and a dictionary where the input has
@@ -27,6 +28,7 @@ declare -A options=(
     [cert_record]="-max_len=65536 -timeout=10 -dict=fuzz/cert_record.dict"
     [private_key]="-max_len=16384 -timeout=10 -dict=fuzz/private_key.dict"
     [ldap_answer]="-max_len=65536 -timeout=10 -dict=fuzz/ldap_answer.dict"
+    [http_answer]="-max_len=65536 -timeout=10 -dict=fuzz/pem_markers.dict"
 )
 
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
