@@ -128,7 +128,7 @@ while IFS= read -r -d '' file; do
     fi
     cp "$der" "$out/der_details/$name"
     { printf '\x0f\x0f\x00'; cat "$der"; } >"$out/http_answer/$name"
-    { ldap_bounds 3f 0b; ldap_attribute "$binary" "$der" | ldap_entry; ldap_result 00; } \
+    { ldap_bounds 3f 11; ldap_attribute "$binary" "$der" | ldap_entry; ldap_result 00; } \
         >"$out/ldap_answer/$name"
     cp "$der" "$out/file_load/$name"
     pem="$work/$name.pem"
@@ -217,23 +217,23 @@ seeds="$out/ldap_answer"
 crl=$work/crl.der crl2=$work/crl2.der long=$work/long-crl.der
 : >"$work/empty"
 {
-    ldap_bounds 3f 0b
+    ldap_bounds 3f 11
     { ldap_attribute "$binary" "$crl" "$long"; ldap_attribute certificateRevocationList "$crl2"; } |
         ldap_entry
     ldap_result 00
 } >"$seeds/pki-two-attributes"
 {
-    ldap_bounds 3f 0b
+    ldap_bounds 3f 11
     ldap_attribute "$binary" "$crl" | ldap_entry
     printf 'ldap://127.0.0.1/cn=elsewhere' | tlv 04 | ldap_message_of 73
     ldap_attribute "$binary" "$crl2" "$work/empty" | ldap_entry
     ldap_result 00
 } >"$seeds/pki-entries-and-reference"
-{ ldap_bounds 3f 0b; ldap_result 20; } >"$seeds/pki-no-such-object"
-{ ldap_bounds 3f 0b; ldap_attribute "$binary" "$crl" | ldap_entry; } >"$seeds/pki-no-result"
-# More values than the first byte allows (5), more bytes than the second (4 KiB).
+{ ldap_bounds 3f 11; ldap_result 20; } >"$seeds/pki-no-such-object"
+{ ldap_bounds 3f 11; ldap_attribute "$binary" "$crl" | ldap_entry; } >"$seeds/pki-no-result"
+# More values than the first byte allows (5), more bytes than the second (64).
 {
-    ldap_bounds 04 0b
+    ldap_bounds 04 11
     ldap_attribute "$binary" "$crl" "$crl" "$crl" "$crl" "$crl" "$crl" | ldap_entry
     ldap_result 00
 } >"$seeds/pki-too-many-values"
