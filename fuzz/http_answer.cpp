@@ -71,9 +71,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (status != 0)
         require(list == nullptr, "a failed fetch that delivered CRLs");
     else
-        // A body that is no PEM text can only be delivered as itself.
+        // A body that is no PEM text can only be delivered as itself, or as
+        // the part of it that a Content-Length claiming less lets through.
         qxfuzz::check_delivered(list, bounds, [&](std::string_view der) {
-            return body.find("-----BEGIN ") != std::string::npos || der == body;
+            return body.find("-----BEGIN ") != std::string::npos ||
+                   std::string_view(body).substr(0, der.size()) == der;
         });
     qxldap_free_list(ctx, &list);
     return 0;
