@@ -4,8 +4,10 @@
 #include <string>
 
 #include "commands.h"
+#include "crl_input.h"
 #include "errors.h"
 #include "session.h"
+#include "signature_types.h"
 
 namespace qxcli {
 

@@ -16,6 +16,7 @@
 #include "commands.h"
 #include "errors.h"
 #include "session.h"
+#include "signature_types.h"
 
 namespace qxcli {
 

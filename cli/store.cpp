@@ -4,6 +4,7 @@
 #include <string>
 
 #include "commands.h"
+#include "crl_input.h"
 #include "errors.h"
 #include "files.h"
 #include "session.h"

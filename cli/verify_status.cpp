@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "commands.h"
-#include "crl_blocks.h"
+#include "crl_input.h"
 #include "errors.h"
 #include "session.h"
 
@@ -19,37 +19,20 @@ constexpr char verify_usage[] = "qxcrl verify CRL --issuer CERT [--trace LEVEL]"
 constexpr char status_usage[] = "qxcrl status --cert CERT --crl FILE [--crl FILE ...] "
                                 "[--issuer CERT] [--policy N] [--json] [--trace LEVEL]";
 
-// One DER CRL, the whole of a file's bytes, into the cache.
-int add_der_file(Session& session, CacheOwner& cache, const std::string& path,
-                 const LayerBytes& file) {
-    Crl crl(session.ctx());
-    if (const uint32_t status =
-            qxcrl_CreateCtx(session.ctx(), &crl.object, file.bytes, file.length))
-        return report("loading " + path, status);
-    if (const uint32_t added = cache.owner->addCrl(crl.object, cache.owner->crlCache))
-        return report("caching " + path, added);
-    crl.object = nullptr; // the cache owns it now
-    return 0;
-}
-
-// Adds every CRL of path to the cache. Each PEM block goes to the reader on
-// its own, whatever its label and whatever lies between blocks (NULs
-// included), so that no block can hide another, and a block that fails
-// fails the file. A file without a begin marker is one DER CRL.
+// Adds every CRL of path to the cache, each block of a PEM file on its own
+// whatever its label and whatever lies between blocks (NULs included), so
+// that no block can hide another; a block that fails fails the command.
 int add_file(Session& session, CacheOwner& cache, const std::string& path) {
-    LayerBytes file(session.ctx());
-    if (const uint32_t status =
-            qxfile_read_whole(session.ctx(), path.c_str(), &file.bytes, &file.length))
-        return report("loading " + path, status);
-    const std::vector<std::string_view> blocks =
-        crl_pem_blocks({reinterpret_cast<const char*>(file.bytes), file.length});
-    if (blocks.empty())
-        return add_der_file(session, cache, path, file);
-    for (size_t i = 0; i < blocks.size(); ++i) {
-        const std::string block(blocks[i]); // ended by a NUL of its own
-        if (const uint32_t status =
-                qxcrl_SetB64Crl(cache.owner, block.c_str(), static_cast<uint32_t>(block.size())))
-            return report("reading CRL " + std::to_string(i + 1) + " of " + path, status);
+    std::vector<CrlBytes> crls;
+    if (const int failed = read_crl_file(session, path, crls))
+        return failed;
+    for (const CrlBytes& bytes : crls) {
+        Crl crl(session.ctx());
+        if (const int failed = decode_crl(session, bytes, crl))
+            return failed;
+        if (const uint32_t added = cache.owner->addCrl(crl.object, cache.owner->crlCache))
+            return report("caching " + bytes.name, added);
+        crl.object = nullptr; // the cache owns it now
     }
     return 0;
 }

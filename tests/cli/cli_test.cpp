@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "cli_ca.h"
 #include "cli_run.h"
 #include "files.h"
 #include "qxcrl.h"
@@ -22,14 +23,7 @@ class CliTest : public ::testing::Test {
   protected:
     void SetUp() override {
         write_text(dir_ / "ca.cnf",
-                   "[ ca ]\ndefault_ca = test_ca\n"
-                   "[ test_ca ]\ndir = .\ndatabase = ./index.txt\n"
-                   "new_certs_dir = ./newcerts\ncertificate = ./ca.pem\n"
-                   "private_key = ./ca.key\nserial = ./serial\n"
-                   "crlnumber = ./crlnumber\ndefault_md = sha256\nunique_subject = no\n"
-                   "default_crl_days = 7\npolicy = policy_any\n"
-                   "[ policy_any ]\ncommonName = supplied\n"
-                   "[ crl_ext ]\nauthorityKeyIdentifier = keyid:always\n");
+                   openssl_ca_config("[ crl_ext ]\nauthorityKeyIdentifier = keyid:always\n"));
         const std::string ec = "-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes";
         ASSERT_EQ(
             run_in(dir_.path(),
@@ -95,10 +89,11 @@ TEST_F(CliTest, ShowPrintsEveryFieldAsTextAndJson) {
 TEST_F(CliTest, FailuresPrintOneErrorLineAndExit10) {
     const Result notCrl = run("show ca.pem");
     EXPECT_EQ(notCrl.exit, 10);
-    EXPECT_EQ(notCrl.err, "qxcrl: loading ca.pem: 28788 QXERR_CRL_DECODE\n");
+    EXPECT_EQ(notCrl.err, "qxcrl: loading ca.pem: 28788 QXERR_CRL_DECODE (not a CRL in DER, nor "
+                          "in PEM under a CRL label)\n");
     const Result missing = run("verify crl.pem --issuer nowhere.pem");
     EXPECT_EQ(missing.exit, 10);
-    EXPECT_EQ(missing.err, "qxcrl: loading nowhere.pem: 29390 QXL_ERR_FILE\n");
+    EXPECT_EQ(missing.err, "qxcrl: loading nowhere.pem: 29390 QXL_ERR_FILE (no such file)\n");
     const Result badUsage = run("show");
     EXPECT_EQ(badUsage.exit, 64);
     EXPECT_NE(badUsage.err.find("usage: qxcrl show"), std::string::npos);
