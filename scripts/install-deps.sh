@@ -10,6 +10,7 @@ packages=(
     libldap-dev slapd ldap-utils
     libgtest-dev libgmock-dev libbenchmark-dev
     clang libclang-rt-14-dev
+    gnutls-bin man-db
 )
 
 missing=()

@@ -164,7 +164,8 @@ TEST_F(CliTest, StatusAnswersFromEveryCrlOfEveryFile) {
         EXPECT_EQ(result.out, "revoked\n");
         result = run(std::string("status --cert good.pem --json ") + crls);
         EXPECT_EQ(result.exit, 0) << result.err;
-        EXPECT_EQ(result.out, "{\"status\":\"valid\",\"verified\":false}\n");
+        EXPECT_EQ(result.out.rfind("{\"status\":\"valid\",\"verified\":false,", 0), 0u)
+            << result.out;
     }
     Result result = run("status --cert revoked.pem --crl other.crl");
     EXPECT_EQ(result.exit, 2);
@@ -172,7 +173,10 @@ TEST_F(CliTest, StatusAnswersFromEveryCrlOfEveryFile) {
     // A CRL of the issuer's name that its key did not sign is an error.
     result = run("status --cert revoked.pem --crl crl.pem --issuer impostor.pem");
     EXPECT_EQ(result.exit, 10);
-    EXPECT_NE(result.err.find(": 29176 QXERR_CRL_SIGN\n"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find(": 29176 QXERR_CRL_SIGN (the signature is not made with the issuer's "
+                              "key)\n"),
+              std::string::npos)
+        << result.err;
 
     // An expired CRL answers only under a tolerant policy.
     ASSERT_EQ(run("next-update crl.pem --issuer ca.pem --key ca.key --next-update now "
