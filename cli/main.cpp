@@ -18,6 +18,7 @@ const Command commands[] = {
     {"show", qxcli::show_command, "print a CRL's fields and entries (--json)"},
     {"verify", qxcli::verify_command, "check a CRL's signature and currency"},
     {"status", qxcli::status_command, "a certificate's status from CRL files"},
+    {"convert", qxcli::convert_command, "write a CRL file as DER or PEM"},
     {"hash", qxcli::hash_command, "the issuer-hash file name of a CRL or certificate"},
     {"create", qxcli::create_command, "make an empty signed CRL"},
     {"revoke", qxcli::revoke_command, "add certificates to a CRL"},
