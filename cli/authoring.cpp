@@ -33,16 +33,16 @@ int load_authority(Session& session, const Arguments& arguments, Authority& auth
     return load_key(session, *arguments.value("--key"), arguments.value("--pass"), authority.key);
 }
 
-// --sig-type when given (0 and false on a bad one), else fallback.
+// --sig-type, by name or number, when given (0 and false on a bad one), else fallback.
 bool signature_type(const Arguments& arguments, uint32_t fallback, uint32_t* type) {
     const auto text = arguments.value("--sig-type");
     if (!text) {
         *type = fallback;
         return true;
     }
-    const auto number = parse_number(*text);
-    *type = number.value_or(0);
-    return number.has_value();
+    const auto named = signature_type_named(*text);
+    *type = named.value_or(0);
+    return named.has_value();
 }
 
 // True when --next-update would put the next update after 9999-12-31, the
@@ -56,6 +56,11 @@ bool past_last_day(SecurityContext* ctx, const std::string& interval) {
         return false;
     const auto now = static_cast<uint64_t>(std::time(nullptr));
     return seconds > last || now > last - seconds;
+}
+
+std::string bad_sig_type() {
+    return "--sig-type needs a signature type's number or one of its names: " +
+           signature_type_names();
 }
 
 bool print_help(const Arguments& arguments, const char* usage, const char* what) {
@@ -73,7 +78,9 @@ int create_command(int argc, char** argv) {
         {{"--issuer", "--key", "--pass", "--next-update", "--sig-type", "--out"}, {"--der"}});
     if (print_help(arguments, create_usage,
                    "Makes an empty CRL signed by the issuer's key. The signature type defaults "
-                   "to the key's (RSA 6, EC 9, Ed25519 12)."))
+                   "to the key's: ecdsa-with-SHA256, -SHA384 or -SHA512 for P-256, P-384 or "
+                   "P-521, sha256WithRSAEncryption for RSA, rsassaPss-SHA256 for RSA-PSS, "
+                   "ED25519, ED448."))
         return 0;
     if (!arguments.error().empty())
         return usage_error(arguments.error(), create_usage);
@@ -90,7 +97,7 @@ int create_command(int argc, char** argv) {
         return failed;
     uint32_t type = 0;
     if (!signature_type(arguments, default_signature_type(authority.key.key), &type))
-        return usage_error("--sig-type needs a number", create_usage);
+        return usage_error(bad_sig_type(), create_usage);
     Crl crl(session.ctx());
     const uint32_t status =
         qxcrl_Create(session.ctx(), &crl.object, authority.key.key, authority.issuer.record,
@@ -130,7 +137,7 @@ int revoke_command(int argc, char** argv) {
         return report("reading the signature type of " + path, status);
     uint32_t type = 0;
     if (!signature_type(arguments, own, &type))
-        return usage_error("--sig-type needs a number", revoke_usage);
+        return usage_error(bad_sig_type(), revoke_usage);
     for (const std::string& certPath : arguments.values("--cert")) {
         Certificate revoked(session.ctx());
         if (const int failed = load_cert(session, certPath, revoked))

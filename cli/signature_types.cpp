@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <span>
 
 #include "session.h"
 
@@ -40,19 +41,57 @@ bool same_name(const std::string& a, const char* b) {
            });
 }
 
-// The DER of the OIDs a PKCS#8 key's AlgorithmIdentifier and EC curve carry.
-struct Oid {
-    unsigned char der[11];
-    size_t length;
-};
-constexpr Oid rsa = {{0x06, 0x09, 0x2a, 0x86, 0x48, 0x86, 0xf7, 0x0d, 0x01, 0x01, 0x01}, 11};
-constexpr Oid rsa_pss = {{0x06, 0x09, 0x2a, 0x86, 0x48, 0x86, 0xf7, 0x0d, 0x01, 0x01, 0x0a}, 11};
-constexpr Oid ec = {{0x06, 0x07, 0x2a, 0x86, 0x48, 0xce, 0x3d, 0x02, 0x01}, 9};
-constexpr Oid ed25519 = {{0x06, 0x03, 0x2b, 0x65, 0x70}, 5};
-constexpr Oid ed448 = {{0x06, 0x03, 0x2b, 0x65, 0x71}, 5};
+// The content octets of the OIDs a PKCS#8 key's AlgorithmIdentifier and an
+// EC key's curve carry.
+using Oid = std::span<const unsigned char>;
+constexpr unsigned char rsa[] = {0x2a, 0x86, 0x48, 0x86, 0xf7, 0x0d, 0x01, 0x01, 0x01};
+constexpr unsigned char rsa_pss[] = {0x2a, 0x86, 0x48, 0x86, 0xf7, 0x0d, 0x01, 0x01, 0x0a};
+constexpr unsigned char ec[] = {0x2a, 0x86, 0x48, 0xce, 0x3d, 0x02, 0x01};
+constexpr unsigned char ed25519[] = {0x2b, 0x65, 0x70};
+constexpr unsigned char ed448[] = {0x2b, 0x65, 0x71};
+constexpr unsigned char p384[] = {0x2b, 0x81, 0x04, 0x00, 0x22};
+constexpr unsigned char p521[] = {0x2b, 0x81, 0x04, 0x00, 0x23};
 
-bool holds(const unsigned char* begin, const unsigned char* end, const Oid& oid) {
-    return std::search(begin, end, oid.der, oid.der + oid.length) != end;
+// One DER element at bytes: its tag and content; false when it does not fit.
+struct Element {
+    unsigned char tag = 0;
+    Oid content;
+    Oid rest; // what follows the element
+};
+
+bool next_element(Oid bytes, Element& element) {
+    if (bytes.size() < 2)
+        return false;
+    size_t header = 2;
+    size_t length = bytes[1];
+    if ((length & 0x80) != 0) {
+        const size_t octets = length & 0x7f;
+        if (octets == 0 || octets > 3 || bytes.size() < 2 + octets)
+            return false;
+        length = 0;
+        for (size_t i = 0; i < octets; ++i)
+            length = length << 8 | bytes[2 + i];
+        header += octets;
+    }
+    if (bytes.size() - header < length)
+        return false;
+    element = {bytes[0], bytes.subspan(header, length), bytes.subspan(header + length)};
+    return true;
+}
+
+// The key's algorithm OID and, for EC keys, its curve OID, from the PKCS#8
+// PrivateKeyInfo: SEQUENCE { INTEGER version, SEQUENCE { OID, parameters } ... }.
+bool key_algorithm(const QxPrivateKey* key, Oid& algorithm, Oid& parameter) {
+    Element info, version, identifier, oid, curve;
+    if (!next_element(Oid(key->pkcs8, key->length), info) || info.tag != 0x30 ||
+        !next_element(info.content, version) || version.tag != 0x02 ||
+        !next_element(version.rest, identifier) || identifier.tag != 0x30 ||
+        !next_element(identifier.content, oid) || oid.tag != 0x06)
+        return false;
+    algorithm = oid.content;
+    if (next_element(oid.rest, curve) && curve.tag == 0x06)
+        parameter = curve.content;
+    return true;
 }
 
 } // namespace
@@ -81,21 +120,24 @@ std::string signature_type_names() {
 }
 
 uint32_t default_signature_type(const QxPrivateKey* key) {
-    if (key == nullptr || key->pkcs8 == nullptr)
+    Oid algorithm, parameter;
+    if (key == nullptr || key->pkcs8 == nullptr || !key_algorithm(key, algorithm, parameter))
         return 0;
-    // The layer keeps keys as PKCS#8, whose AlgorithmIdentifier (with an EC
-    // key's curve) comes within the first few dozen bytes.
-    const unsigned char* begin = key->pkcs8;
-    const unsigned char* end = begin + std::min<uint32_t>(key->length, 40);
-    if (holds(begin, end, ec))
+    if (std::ranges::equal(algorithm, ec)) {
+        // The hash as strong as the curve, as RFC 5480 recommends.
+        if (std::ranges::equal(parameter, p384))
+            return QX_SIG_ECDSA_SHA384;
+        if (std::ranges::equal(parameter, p521))
+            return QX_SIG_ECDSA_SHA512;
         return QX_SIG_ECDSA_SHA256;
-    if (holds(begin, end, rsa_pss))
+    }
+    if (std::ranges::equal(algorithm, rsa_pss))
         return QX_SIG_RSA_PSS_SHA256;
-    if (holds(begin, end, rsa))
+    if (std::ranges::equal(algorithm, rsa))
         return QX_SIG_RSA_SHA256;
-    if (holds(begin, end, ed25519))
+    if (std::ranges::equal(algorithm, ed25519))
         return QX_SIG_ED25519;
-    if (holds(begin, end, ed448))
+    if (std::ranges::equal(algorithm, ed448))
         return QX_SIG_ED448;
     return 0;
 }

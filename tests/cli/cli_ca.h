@@ -72,8 +72,8 @@ class CliCaTest : public ::testing::Test {
     TempDir dir_;
 };
 
-// The rest of the line after the first occurrence of prefix in text; empty
-// with a test failure when there is none.
+// The rest of the line after the first occurrence of prefix in text, without
+// trailing blanks; empty with a test failure when there is none.
 inline std::string after(const std::string& text, const std::string& prefix) {
     const size_t at = text.find(prefix);
     if (at == std::string::npos) {
@@ -81,7 +81,10 @@ inline std::string after(const std::string& text, const std::string& prefix) {
         return "";
     }
     const size_t start = at + prefix.size();
-    return text.substr(start, text.find('\n', start) - start);
+    std::string rest = text.substr(start, text.find('\n', start) - start);
+    while (!rest.empty() && (rest.back() == ' ' || rest.back() == '\t' || rest.back() == '\r'))
+        rest.pop_back();
+    return rest;
 }
 
 } // namespace qxtest
