@@ -1,11 +1,13 @@
 // qxcrl create, revoke and next-update: the certificate authority's side.
 #include <cstdio>
 #include <ctime>
+#include <optional>
 #include <string>
 
 #include "commands.h"
 #include "crl_input.h"
 #include "errors.h"
+#include "passphrase.h"
 #include "session.h"
 #include "signature_types.h"
 
@@ -13,12 +15,14 @@ namespace qxcli {
 
 namespace {
 
-constexpr char create_usage[] = "qxcrl create --issuer CERT --key KEY [--pass PASS] "
+constexpr char create_usage[] = "qxcrl create --issuer CERT --key KEY [--passin SRC | --pass PASS] "
                                 "--next-update DURATION [--sig-type N] --out FILE [--der]";
-constexpr char revoke_usage[] = "qxcrl revoke CRL --issuer CERT --key KEY [--pass PASS] "
-                                "--cert CERT [--cert CERT ...] [--sig-type N] [--out FILE] [--der]";
-constexpr char next_update_usage[] = "qxcrl next-update CRL --issuer CERT --key KEY [--pass PASS] "
-                                     "--next-update DURATION [--out FILE] [--der]";
+constexpr char revoke_usage[] =
+    "qxcrl revoke CRL --issuer CERT --key KEY [--passin SRC | --pass PASS] "
+    "--cert CERT [--cert CERT ...] [--sig-type N] [--out FILE] [--der]";
+constexpr char next_update_usage[] =
+    "qxcrl next-update CRL --issuer CERT --key KEY [--passin SRC | --pass PASS] "
+    "--next-update DURATION [--out FILE] [--der]";
 
 // The issuer's certificate and key every authoring command starts from.
 struct Authority {
@@ -27,10 +31,14 @@ struct Authority {
     Key key;
 };
 
-int load_authority(Session& session, const Arguments& arguments, Authority& authority) {
+int load_authority(Session& session, const Arguments& arguments, const char* usage,
+                   Authority& authority) {
+    std::optional<std::string> passphrase;
+    if (const int failed = read_passphrase(arguments, usage, passphrase))
+        return failed;
     if (const int failed = load_cert(session, *arguments.value("--issuer"), authority.issuer))
         return failed;
-    return load_key(session, *arguments.value("--key"), arguments.value("--pass"), authority.key);
+    return load_key(session, *arguments.value("--key"), passphrase, authority.key);
 }
 
 // --sig-type, by name or number, when given (0 and false on a bad one), else fallback.
@@ -75,7 +83,8 @@ bool print_help(const Arguments& arguments, const char* usage, const char* what)
 int create_command(int argc, char** argv) {
     const Arguments arguments(
         argc, argv, 2,
-        {{"--issuer", "--key", "--pass", "--next-update", "--sig-type", "--out"}, {"--der"}});
+        {{"--issuer", "--key", "--pass", "--passin", "--next-update", "--sig-type", "--out"},
+         {"--der"}});
     if (print_help(arguments, create_usage,
                    "Makes an empty CRL signed by the issuer's key. The signature type defaults "
                    "to the key's: ecdsa-with-SHA256, -SHA384 or -SHA512 for P-256, P-384 or "
@@ -93,7 +102,7 @@ int create_command(int argc, char** argv) {
     if (past_last_day(session.ctx(), *arguments.value("--next-update")))
         return usage_error("--next-update is past 9999-12-31", create_usage);
     Authority authority(session.ctx());
-    if (const int failed = load_authority(session, arguments, authority))
+    if (const int failed = load_authority(session, arguments, create_usage, authority))
         return failed;
     uint32_t type = 0;
     if (!signature_type(arguments, default_signature_type(authority.key.key), &type))
@@ -110,7 +119,7 @@ int create_command(int argc, char** argv) {
 int revoke_command(int argc, char** argv) {
     const Arguments arguments(
         argc, argv, 2,
-        {{"--issuer", "--key", "--pass", "--cert", "--sig-type", "--out"}, {"--der"}});
+        {{"--issuer", "--key", "--pass", "--passin", "--cert", "--sig-type", "--out"}, {"--der"}});
     if (print_help(arguments, revoke_usage,
                    "Adds an entry for each certificate and signs again; without --out the CRL "
                    "file is replaced."))
@@ -128,7 +137,7 @@ int revoke_command(int argc, char** argv) {
     if (const int failed = load_crl(session, path, crl))
         return failed;
     Authority authority(session.ctx());
-    if (const int failed = load_authority(session, arguments, authority))
+    if (const int failed = load_authority(session, arguments, revoke_usage, authority))
         return failed;
     // Without --sig-type the CRL keeps signing as it was signed.
     uint32_t own = 0;
@@ -153,7 +162,8 @@ int revoke_command(int argc, char** argv) {
 
 int next_update_command(int argc, char** argv) {
     const Arguments arguments(
-        argc, argv, 2, {{"--issuer", "--key", "--pass", "--next-update", "--out"}, {"--der"}});
+        argc, argv, 2,
+        {{"--issuer", "--key", "--pass", "--passin", "--next-update", "--out"}, {"--der"}});
     if (print_help(arguments, next_update_usage,
                    "Moves the next update to now plus DURATION (\"7d\", \"1d12h\", \"3600\") and "
                    "signs again; without --out the CRL file is replaced."))
@@ -174,7 +184,7 @@ int next_update_command(int argc, char** argv) {
     if (const int failed = load_crl(session, path, crl))
         return failed;
     Authority authority(session.ctx());
-    if (const int failed = load_authority(session, arguments, authority))
+    if (const int failed = load_authority(session, arguments, next_update_usage, authority))
         return failed;
     const uint32_t status =
         qxcrl_SetNextUpdate(session.ctx(), crl.object, authority.key.key, authority.issuer.record,
