@@ -20,6 +20,7 @@ const Command commands[] = {
     {"status", qxcli::status_command, "a certificate's status from CRL files"},
     {"convert", qxcli::convert_command, "write a CRL file as DER or PEM"},
     {"hash", qxcli::hash_command, "the issuer-hash file name of a CRL or certificate"},
+    {"rehash", qxcli::rehash_command, "link a directory's CRLs under their issuer hash"},
     {"create", qxcli::create_command, "make an empty signed CRL"},
     {"revoke", qxcli::revoke_command, "add certificates to a CRL"},
     {"next-update", qxcli::next_update_command, "move a CRL's next update"},

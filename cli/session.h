@@ -67,6 +67,15 @@ struct LayerBytes {
     uint32_t length = 0;
 };
 
+// An issuer name object, as qxcrl_FileForIssuer takes it.
+struct Name {
+    Name() = default;
+    Name(const Name&) = delete;
+    Name& operator=(const Name&) = delete;
+    ~Name() { qxcrl_FreeName(&name); }
+    R_CERT_NAME* name = nullptr;
+};
+
 struct CacheOwner {
     CacheOwner() = default;
     CacheOwner(const CacheOwner&) = delete;

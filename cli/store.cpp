@@ -18,14 +18,6 @@ constexpr char fetch_usage[] = "qxcrl fetch --cert CERT [--out FILE] [--trace LE
 constexpr char store_usage[] = "qxcrl store CRL --name NAME [--db FILE] [--trace LEVEL]";
 constexpr char stored_usage[] = "qxcrl stored NAME [--db FILE] [--history] [--trace LEVEL]";
 
-struct Name {
-    Name() = default;
-    Name(const Name&) = delete;
-    Name& operator=(const Name&) = delete;
-    ~Name() { qxcrl_FreeName(&name); }
-    R_CERT_NAME* name = nullptr;
-};
-
 StatusCode print_version(void*, uint32_t version, const char* text, uint32_t length) {
     std::printf("# version %u\n", version);
     std::fwrite(text, 1, length, stdout);

@@ -594,6 +594,12 @@ typedef struct QxCrlView {
      */
     const char* refusal;
     unsigned char sha256[32]; /* SHA-256 of the DER, as `openssl crl -fingerprint -sha256` */
+    /*
+     * The issuer name's hash as `openssl crl -hash` prints it, which names a
+     * CRL in the hashed directories OpenSSL reads (HASH.rN); 0 if it cannot
+     * be computed. The module's own naming is qxcrl_FileForIssuer's.
+     */
+    uint32_t opensslIssuerHash;
     const QxViewExtension* extensions; /* every extension of the CRL, in order */
     uint32_t extensionCount;
     const QxViewEntry* entries;

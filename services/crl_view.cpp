@@ -387,6 +387,13 @@ StatusCode view_crl(SecurityContext* ctx, const unsigned char* der, uint32_t len
             return status;
         layout.fill(block);
         auto* made = reinterpret_cast<QxCrlView*>(block);
+        int hashed = 0;
+        made->opensslIssuerHash = static_cast<uint32_t>(
+            X509_NAME_hash_ex(X509_CRL_get_issuer(crl.get()), nullptr, nullptr, &hashed));
+        if (hashed == 0) {
+            made->opensslIssuerHash = 0;
+            ERR_clear_error();
+        }
         // The DER as read: trailing bytes are not the CRL's.
         uint32_t digestLength = sizeof made->sha256;
         status = qxty_digest(ctx, QX_DIGEST_SHA256, der, static_cast<uint32_t>(cursor - der),

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
+#include <openssl/x509.h>
 
 #include "layer_fixture.h"
 #include "test_pki.h"
@@ -64,6 +65,9 @@ TEST_F(CrlViewTest, DescribesEveryFieldAndEntry) {
     unsigned int length = 0;
     ASSERT_EQ(EVP_Digest(der.data(), der.size(), digest, &length, EVP_sha256(), nullptr), 1);
     EXPECT_EQ(std::memcmp(view->sha256, digest, sizeof digest), 0);
+    EXPECT_EQ(view->opensslIssuerHash,
+              static_cast<uint32_t>(X509_NAME_hash_ex(
+                  X509_get_subject_name(shared_issuer().cert.get()), nullptr, nullptr, nullptr)));
     bool sawNumber = false;
     for (uint32_t i = 0; i < view->extensionCount; ++i)
         if (std::strcmp(view->extensions[i].oid, "2.5.29.20") == 0) {
