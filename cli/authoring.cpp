@@ -16,10 +16,10 @@ namespace qxcli {
 namespace {
 
 constexpr char create_usage[] = "qxcrl create --issuer CERT --key KEY [--passin SRC | --pass PASS] "
-                                "--next-update DURATION [--sig-type N] --out FILE [--der]";
+                                "--next-update DURATION [--sig-type TYPE] --out FILE [--der]";
 constexpr char revoke_usage[] =
     "qxcrl revoke CRL --issuer CERT --key KEY [--passin SRC | --pass PASS] "
-    "--cert CERT [--cert CERT ...] [--sig-type N] [--out FILE] [--der]";
+    "--cert CERT [--cert CERT ...] [--sig-type TYPE] [--out FILE] [--der]";
 constexpr char next_update_usage[] =
     "qxcrl next-update CRL --issuer CERT --key KEY [--passin SRC | --pass PASS] "
     "--next-update DURATION [--out FILE] [--der]";
@@ -71,11 +71,47 @@ std::string bad_sig_type() {
            signature_type_names();
 }
 
-bool print_help(const Arguments& arguments, const char* usage, const char* what) {
+// The options every authoring command takes, for its help.
+constexpr char authority_help[] =
+    "  --issuer CERT  the issuer's certificate, DER or PEM (required)\n"
+    "  --key KEY      the issuer's private key, DER or PEM, PKCS#8 or the algorithm's own form "
+    "(required)\n";
+constexpr char output_help[] =
+    "  --der          write DER (default: PEM under the X509 CRL label)\n";
+
+bool print_help(const Arguments& arguments, const char* usage, const char* what,
+                const std::string& options) {
     if (!arguments.help())
         return false;
-    std::printf("usage: %s\n%s\n", usage, what);
+    std::printf("usage: %s\n%s\n%s%s%s%s"
+                "Exit 0 when written, %d on a failure, %d on a usage mistake.\n",
+                usage, what, authority_help, passphrase_help, options.c_str(), trace_help,
+                failure_exit, usage_exit);
     return true;
+}
+
+// What was wrong when the library would not make or sign a CRL.
+std::string authoring_problem(uint32_t status) {
+    switch (status) {
+    case QXL_ERR_INTERVAL:
+        return "--next-update is not a duration: whole seconds, or groups such as 7d, 1d12h, 90m";
+    case QXL_ERR_SIGNATURE_TYPE:
+    case QXERR_CRL_SIGN:
+        return "the key cannot sign with this signature type; --sig-type names another";
+    case QXL_ERR_KEY:
+        return "the key cannot be used to sign";
+    default:
+        return "the library could not make the CRL";
+    }
+}
+
+constexpr char next_update_help[] =
+    "  --next-update DURATION  the next update: now plus DURATION, whole seconds or groups "
+    "such as 7d, 1d12h, 90m, or \"now\" (required)\n";
+
+std::string sig_type_help(const char* fallback) {
+    return std::string("  --sig-type TYPE  the signature type, by number or name (") +
+           signature_type_names() + ") (default: " + fallback + ")\n";
 }
 
 } // namespace
@@ -89,7 +125,9 @@ int create_command(int argc, char** argv) {
                    "Makes an empty CRL signed by the issuer's key. The signature type defaults "
                    "to the key's: ecdsa-with-SHA256, -SHA384 or -SHA512 for P-256, P-384 or "
                    "P-521, sha256WithRSAEncryption for RSA, rsassaPss-SHA256 for RSA-PSS, "
-                   "ED25519, ED448."))
+                   "ED25519, ED448.",
+                   next_update_help + sig_type_help("the key's, as above") +
+                       "  --out FILE     where to write the CRL (required)\n" + output_help))
         return 0;
     if (!arguments.error().empty())
         return usage_error(arguments.error(), create_usage);
@@ -112,7 +150,7 @@ int create_command(int argc, char** argv) {
         qxcrl_Create(session.ctx(), &crl.object, authority.key.key, authority.issuer.record,
                      arguments.value("--next-update")->c_str(), type);
     if (status != 0)
-        return report("creating the CRL", status);
+        return report("creating " + *arguments.value("--out"), status, authoring_problem(status));
     return write_crl(session, crl.object, *arguments.value("--out"), arguments.has("--der"));
 }
 
@@ -121,8 +159,13 @@ int revoke_command(int argc, char** argv) {
         argc, argv, 2,
         {{"--issuer", "--key", "--pass", "--passin", "--cert", "--sig-type", "--out"}, {"--der"}});
     if (print_help(arguments, revoke_usage,
-                   "Adds an entry for each certificate and signs again; without --out the CRL "
-                   "file is replaced."))
+                   "Adds an entry for each certificate, dated now, and signs again.",
+                   "  --cert CERT    a certificate to revoke, DER or PEM; repeatable (at least "
+                   "one)\n" +
+                       sig_type_help("the CRL's own") +
+                       "  --out FILE     where to write the CRL (default: the CRL file, "
+                       "replaced atomically)\n" +
+                       output_help))
         return 0;
     if (!arguments.error().empty())
         return usage_error(arguments.error(), revoke_usage);
@@ -154,7 +197,8 @@ int revoke_command(int argc, char** argv) {
         const uint32_t status = qxcrl_RevokeCert(session.ctx(), crl.object, authority.key.key,
                                                  authority.issuer.record, revoked.record, type);
         if (status != 0)
-            return report("revoking " + certPath, status);
+            return report("revoking " + certPath + " in " + path, status,
+                          authoring_problem(status));
     }
     return write_crl(session, crl.object, arguments.value("--out").value_or(path),
                      arguments.has("--der"));
@@ -165,8 +209,12 @@ int next_update_command(int argc, char** argv) {
         argc, argv, 2,
         {{"--issuer", "--key", "--pass", "--passin", "--next-update", "--out"}, {"--der"}});
     if (print_help(arguments, next_update_usage,
-                   "Moves the next update to now plus DURATION (\"7d\", \"1d12h\", \"3600\") and "
-                   "signs again; without --out the CRL file is replaced."))
+                   "Moves the next update to now plus DURATION and signs again with the CRL's own "
+                   "signature type.",
+                   std::string(next_update_help) +
+                       "  --out FILE     where to write the CRL (default: the CRL file, "
+                       "replaced atomically)\n" +
+                       output_help))
         return 0;
     if (!arguments.error().empty())
         return usage_error(arguments.error(), next_update_usage);
@@ -190,7 +238,7 @@ int next_update_command(int argc, char** argv) {
         qxcrl_SetNextUpdate(session.ctx(), crl.object, authority.key.key, authority.issuer.record,
                             arguments.value("--next-update")->c_str());
     if (status != 0)
-        return report("moving the next update", status);
+        return report("moving the next update of " + path, status, authoring_problem(status));
     return write_crl(session, crl.object, arguments.value("--out").value_or(path),
                      arguments.has("--der"));
 }

@@ -44,11 +44,10 @@ int convert_command(int argc, char** argv) {
             "The bytes of each CRL are kept as they are, whether or not the library takes it.\n"
             "  --out FILE     where to write, replaced atomically (required)\n"
             "  --pem          PEM, every CRL of the file in turn (the default)\n"
-            "  --der          DER; the file must hold one CRL\n"
-            "  --trace LEVEL  the layer's trace records at or below LEVEL to stderr (default 0, "
-            "off)\n"
+            "  --der          DER; the file must hold one CRL (default: PEM)\n"
+            "%s"
             "Exit 0 when written, %d on a failure, %d on a usage mistake.\n",
-            usage, failure_exit, usage_exit);
+            usage, trace_help, failure_exit, usage_exit);
         return 0;
     }
     if (!arguments.error().empty())

@@ -33,8 +33,12 @@ void print_help(FILE* out) {
     std::fputs("usage: qxcrl COMMAND [ARGS] [--trace LEVEL]\n\ncommands:\n", out);
     for (const Command& command : commands)
         std::fprintf(out, "  %-12s %s\n", command.name, command.summary);
-    std::fputs("\n'qxcrl COMMAND --help' describes one. Failures print "
-               "'qxcrl: <what failed>: <code> <name>' and exit 10.\n",
+    std::fputs("\n'qxcrl COMMAND --help' describes one, with every option and its default;\n"
+               "--trace LEVEL (default 0, off) writes the layer's trace records to stderr.\n"
+               "Exit status: 0 success; 1 and 2 answers of verify and status; 10 a failure,\n"
+               "printed as 'qxcrl: <what failed>: <code> <name> (<what was wrong>)'; 20 a CRL\n"
+               "the library refuses, printed as 'qxcrl: <file>: refused: <why>'; 64 a usage\n"
+               "mistake.\n",
                out);
 }
 

@@ -120,10 +120,9 @@ int rehash_command(int argc, char** argv) {
             "  --openssl      OpenSSL's naming, the hash `openssl crl -hash` prints (default: "
             "the library's, as qxcrl hash prints it)\n"
             "  --verbose      print each link as HASH.rN -> FILE (default: quiet)\n"
-            "  --trace LEVEL  the layer's trace records at or below LEVEL to stderr (default 0, "
-            "off)\n"
+            "%s"
             "Exit 0 when DIR is linked, %d on a failure, %d on a usage mistake.\n",
-            usage, failure_exit, usage_exit);
+            usage, trace_help, failure_exit, usage_exit);
         return 0;
     }
     if (!arguments.error().empty())

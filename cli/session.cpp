@@ -73,7 +73,7 @@ int write_crl(Session& session, CrlObject* crl, const std::string& path, bool de
     if (status != 0)
         return report("encoding the CRL", status);
     if (!written)
-        return report("writing " + path + " (" + std::strerror(errno) + ")", QXL_ERR_FILE);
+        return report("writing " + path, QXL_ERR_FILE, std::strerror(errno));
     return 0;
 }
 

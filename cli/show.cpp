@@ -173,11 +173,10 @@ int show_command(int argc, char** argv) {
             "extension with its value, and every entry with its reason and invalidity date. The "
             "placeholder entry of CRLs this library creates is marked.\n"
             "  --json         one JSON object per CRL, one line each (default: text)\n"
-            "  --trace LEVEL  the layer's trace records at or below LEVEL to stderr (default 0, "
-            "off)\n"
+            "%s"
             "Exit 0 when the library takes every CRL; %d when it refuses one (still shown, the "
             "reason on stderr); %d on a failure; %d on a usage mistake.\n",
-            usage, refused_exit, failure_exit, usage_exit);
+            usage, trace_help, refused_exit, failure_exit, usage_exit);
         return 0;
     }
     if (!arguments.error().empty())

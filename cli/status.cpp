@@ -114,11 +114,10 @@ int status_command(int argc, char** argv) {
             "  --json         {\"status\", \"verified\", \"revocationDate\", \"reason\", "
             "\"reasonCode\", \"crl\": {\"file\", \"index\", \"issuer\", \"crlNumber\", "
             "\"thisUpdate\", \"nextUpdate\"}} (default: the status word)\n"
-            "  --trace LEVEL  the layer's trace records at or below LEVEL to stderr (default 0, "
-            "off)\n"
+            "%s"
             "Prints valid (exit 0), revoked (exit 1) or unknown (exit 2). Exit %d for a CRL the "
             "library refuses, %d on a failure, %d on a usage mistake.\n",
-            usage, at_help, refused_exit, failure_exit, usage_exit);
+            usage, at_help, trace_help, refused_exit, failure_exit, usage_exit);
         return 0;
     }
     if (!arguments.error().empty())

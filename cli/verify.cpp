@@ -27,13 +27,12 @@ int verify_command(int argc, char** argv) {
             "the certificate of its issuer: signature, issuer name, keyUsage and currency.\n"
             "  --issuer CERT  the issuer's certificate, DER or PEM (required)\n"
             "%s"
-            "  --trace LEVEL  the layer's trace records at or below LEVEL to stderr (default 0, "
-            "off)\n"
+            "%s"
             "Prints ok (exit 0); expired or no-next-update (exit 1); or, for a CRL the issuer did "
             "not issue, bad-signature, other-issuer or not-crl-signer (exit 2), with the reason "
             "on stderr. Exit %d for a CRL the library refuses, %d on a failure, %d on a usage "
             "mistake.\n",
-            usage, at_help, refused_exit, failure_exit, usage_exit);
+            usage, at_help, trace_help, refused_exit, failure_exit, usage_exit);
         return 0;
     }
     if (!arguments.error().empty())

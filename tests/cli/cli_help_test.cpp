@@ -1,0 +1,90 @@
+// Every command's help names each of its options with its default, and
+// every failure names the file and what was wrong with it.
+#include <set>
+#include <sstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "cli_ca.h"
+#include "files.h"
+
+using namespace qxtest;
+
+namespace {
+
+// The commands the top-level help lists.
+std::vector<std::string> commands(const std::string& help) {
+    std::vector<std::string> names;
+    std::istringstream lines(help.substr(help.find("commands:\n")));
+    std::string line;
+    std::getline(lines, line);
+    while (std::getline(lines, line) && line.rfind("  ", 0) == 0)
+        names.push_back(line.substr(2, line.find(' ', 2) - 2));
+    return names;
+}
+
+// The options of a usage line: every "--name" in it.
+std::set<std::string> options(const std::string& usage) {
+    std::set<std::string> found;
+    for (size_t at = usage.find("--"); at != std::string::npos; at = usage.find("--", at + 2)) {
+        const size_t end = usage.find_first_of(" ]|)", at);
+        found.insert(usage.substr(at, end - at));
+    }
+    return found;
+}
+
+using CliHelpTest = CliCaTest;
+
+TEST_F(CliHelpTest, EveryOptionOfEveryCommandWithItsDefault) {
+    const Result top = run("--help");
+    ASSERT_EQ(top.exit, 0);
+    EXPECT_NE(top.out.find("20 a CRL\nthe library refuses"), std::string::npos) << top.out;
+    const std::vector<std::string> names = commands(top.out);
+    ASSERT_GE(names.size(), 13u) << top.out;
+    for (const std::string& command : names) {
+        SCOPED_TRACE(command);
+        const Result help = run(command + " --help");
+        ASSERT_EQ(help.exit, 0);
+        const std::string usage = after(help.out, "usage: ");
+        const std::set<std::string> accepted = options(usage);
+        EXPECT_FALSE(accepted.empty()) << usage;
+        for (const std::string& option : accepted) {
+            const std::string line = after(help.out, "\n  " + option + " ");
+            EXPECT_TRUE(line.find("default") != std::string::npos ||
+                        line.find("required") != std::string::npos ||
+                        line.find("at least one") != std::string::npos)
+                << option << ": " << line;
+        }
+        EXPECT_NE(help.out.find("Exit "), std::string::npos) << help.out;
+    }
+}
+
+TEST_F(CliHelpTest, FailuresNameTheFileAndWhatWasWrong) {
+    Result result = run("create --issuer ca.pem --key ca.key --next-update soon --out new.pem");
+    EXPECT_EQ(result.exit, 10);
+    EXPECT_EQ(result.err, "qxcrl: creating new.pem: 29360 QXL_ERR_INTERVAL (--next-update is not "
+                          "a duration: whole seconds, or groups such as 7d, 1d12h, 90m)\n");
+    result = run("create --issuer ca.pem --key ca.key --next-update 1d --out nowhere/new.pem");
+    EXPECT_EQ(result.exit, 10);
+    EXPECT_EQ(result.err, "qxcrl: writing nowhere/new.pem: 29390 QXL_ERR_FILE (No such file or "
+                          "directory)\n");
+    result = run("create --issuer ca.pem --key ca.pem --next-update 1d --out new.pem");
+    EXPECT_EQ(result.exit, 10);
+    EXPECT_EQ(result.err, "qxcrl: loading ca.pem: 29340 QXL_ERR_KEY (not a private key, or not "
+                          "under this passphrase)\n");
+    result = run("create --issuer ca.key --key ca.key --next-update 1d --out new.pem");
+    EXPECT_EQ(result.exit, 10);
+    EXPECT_EQ(result.err, "qxcrl: loading ca.key: 29341 QXL_ERR_CERT_DECODE (not a certificate in "
+                          "DER or PEM)\n");
+    result = run("show newcerts");
+    EXPECT_EQ(result.exit, 10);
+    EXPECT_EQ(result.err,
+              "qxcrl: reading newcerts: 29390 QXL_ERR_FILE (a directory, not a file)\n");
+    ASSERT_EQ(run("create --issuer ca.pem --key ca.key --next-update 1d --out ok.pem").exit, 0);
+    result = run("revoke ok.pem --issuer ca.pem --key ca.key --cert missing.pem");
+    EXPECT_EQ(result.exit, 10);
+    EXPECT_EQ(result.err, "qxcrl: loading missing.pem: 29390 QXL_ERR_FILE (no such file)\n");
+}
+
+} // namespace
