@@ -61,30 +61,30 @@ TEST_F(CliHelpTest, EveryOptionOfEveryCommandWithItsDefault) {
 }
 
 TEST_F(CliHelpTest, FailuresNameTheFileAndWhatWasWrong) {
-    Result result = run("create --issuer ca.pem --key ca.key --next-update soon --out new.pem");
-    EXPECT_EQ(result.exit, 10);
-    EXPECT_EQ(result.err, "qxcrl: creating new.pem: 29360 QXL_ERR_INTERVAL (--next-update is not "
-                          "a duration: whole seconds, or groups such as 7d, 1d12h, 90m)\n");
-    result = run("create --issuer ca.pem --key ca.key --next-update 1d --out nowhere/new.pem");
-    EXPECT_EQ(result.exit, 10);
-    EXPECT_EQ(result.err, "qxcrl: writing nowhere/new.pem: 29390 QXL_ERR_FILE (No such file or "
-                          "directory)\n");
-    result = run("create --issuer ca.pem --key ca.pem --next-update 1d --out new.pem");
-    EXPECT_EQ(result.exit, 10);
-    EXPECT_EQ(result.err, "qxcrl: loading ca.pem: 29340 QXL_ERR_KEY (not a private key, or not "
-                          "under this passphrase)\n");
-    result = run("create --issuer ca.key --key ca.key --next-update 1d --out new.pem");
-    EXPECT_EQ(result.exit, 10);
-    EXPECT_EQ(result.err, "qxcrl: loading ca.key: 29341 QXL_ERR_CERT_DECODE (not a certificate in "
-                          "DER or PEM)\n");
-    result = run("show newcerts");
-    EXPECT_EQ(result.exit, 10);
-    EXPECT_EQ(result.err,
-              "qxcrl: reading newcerts: 29390 QXL_ERR_FILE (a directory, not a file)\n");
     ASSERT_EQ(run("create --issuer ca.pem --key ca.key --next-update 1d --out ok.pem").exit, 0);
-    result = run("revoke ok.pem --issuer ca.pem --key ca.key --cert missing.pem");
-    EXPECT_EQ(result.exit, 10);
-    EXPECT_EQ(result.err, "qxcrl: loading missing.pem: 29390 QXL_ERR_FILE (no such file)\n");
+    const struct {
+        const char* arguments;
+        const char* message;
+    } cases[] = {
+        {"create --issuer ca.pem --key ca.key --next-update soon --out new.pem",
+         "creating new.pem: 29360 QXL_ERR_INTERVAL (--next-update is not a duration: whole "
+         "seconds, or groups such as 7d, 1d12h, 90m)"},
+        {"create --issuer ca.pem --key ca.key --next-update 1d --out nowhere/new.pem",
+         "writing nowhere/new.pem: 29390 QXL_ERR_FILE (No such file or directory)"},
+        {"create --issuer ca.pem --key ca.pem --next-update 1d --out new.pem",
+         "loading ca.pem: 29340 QXL_ERR_KEY (not a private key, or not under this passphrase)"},
+        {"create --issuer ca.key --key ca.key --next-update 1d --out new.pem",
+         "loading ca.key: 29341 QXL_ERR_CERT_DECODE (not a certificate in DER or PEM)"},
+        {"show newcerts", "reading newcerts: 29390 QXL_ERR_FILE (a directory, not a file)"},
+        {"revoke ok.pem --issuer ca.pem --key ca.key --cert missing.pem",
+         "loading missing.pem: 29390 QXL_ERR_FILE (no such file)"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.arguments);
+        const Result result = run(c.arguments);
+        EXPECT_EQ(result.exit, 10);
+        EXPECT_EQ(result.err, std::string("qxcrl: ") + c.message + "\n");
+    }
 }
 
 } // namespace
