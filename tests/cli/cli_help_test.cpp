@@ -1,7 +1,6 @@
 // Every command's help names each of its options with its default, and
 // every failure names the file and what was wrong with it.
 #include <set>
-#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -12,17 +11,6 @@
 using namespace qxtest;
 
 namespace {
-
-// The commands the top-level help lists.
-std::vector<std::string> commands(const std::string& help) {
-    std::vector<std::string> names;
-    std::istringstream lines(help.substr(help.find("commands:\n")));
-    std::string line;
-    std::getline(lines, line);
-    while (std::getline(lines, line) && line.rfind("  ", 0) == 0)
-        names.push_back(line.substr(2, line.find(' ', 2) - 2));
-    return names;
-}
 
 // The options of a usage line: every "--name" in it.
 std::set<std::string> options(const std::string& usage) {
@@ -40,7 +28,7 @@ TEST_F(CliHelpTest, EveryOptionOfEveryCommandWithItsDefault) {
     const Result top = run("--help");
     ASSERT_EQ(top.exit, 0);
     EXPECT_NE(top.out.find("20 a CRL\nthe library refuses"), std::string::npos) << top.out;
-    const std::vector<std::string> names = commands(top.out);
+    const std::vector<std::string> names = help_commands(top.out);
     ASSERT_GE(names.size(), 13u) << top.out;
     for (const std::string& command : names) {
         SCOPED_TRACE(command);
