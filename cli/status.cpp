@@ -74,12 +74,19 @@ std::string answer_json(Session& session, CertRevocationStatus answer, bool veri
               ",\"crlNumber\":" + json_or_null(view->crlNumber) +
               ",\"thisUpdate\":" + json_string(view->thisUpdate) +
               ",\"nextUpdate\":" + json_or_null(view->nextUpdate) + "}";
-        unsigned char serial[1024];
-        uint32_t length = sizeof serial;
-        if (answer == QXCRL_CERT_REVOKED && qxview_cert_serial(cert.record, serial, &length) == 0)
+        // A serial as long as its issuer made it: the first call says how long.
+        std::vector<unsigned char> serial(32);
+        uint32_t length = static_cast<uint32_t>(serial.size());
+        uint32_t read = qxview_cert_serial(cert.record, serial.data(), &length);
+        if (read == QXL_ERR_BAD_ARGUMENT && length > serial.size()) {
+            serial.resize(length);
+            read = qxview_cert_serial(cert.record, serial.data(), &length);
+        }
+        if (answer == QXCRL_CERT_REVOKED && read == 0)
             for (uint32_t i = 0; i < view->entryCount; ++i) {
                 const QxViewEntry& entry = view->entries[i];
-                if (entry.serialLength != length || std::memcmp(entry.serial, serial, length) != 0)
+                if (entry.serialLength != length ||
+                    std::memcmp(entry.serial, serial.data(), length) != 0)
                     continue;
                 revocationDate = json_string(entry.revocationDate);
                 reason = json_or_null(entry.reasonName);

@@ -58,6 +58,27 @@ TEST(CliHostile, ShowPrintsSerialsAndNumbersOfAnyLength) {
     EXPECT_NE(result.out.find("  serial 07 revoked "), std::string::npos);
 }
 
+TEST(CliHostile, StatusJsonFindsTheEntryOfASerialOfAnyLength) {
+    // 1,100 bytes: past any buffer a reader might size for a serial.
+    const Bytes serial(1100, 0x5a);
+    LeafOptions leaf;
+    leaf.serial = serial;
+    CrlOptions recipe;
+    RevokedEntry entry = revoked_serial(serial);
+    entry.revocationDate = 1735689600;                             // 2025-01-01T00:00:00Z
+    entry.extensions = {{"2.5.29.21", false, {0x0a, 0x01, 0x05}}}; // cessationOfOperation
+    recipe.revoked = {entry};
+    TempDir dir;
+    write_text(dir / "leaf.pem", cert_pem(make_leaf(shared_issuer(), leaf).get()));
+    write_file(dir / "long.der", make_crl(shared_issuer(), recipe));
+    const Result result = qxcrl(dir.path(), "status --cert leaf.pem --crl long.der --json");
+    EXPECT_EQ(result.exit, 1) << result.err;
+    EXPECT_NE(result.out.find("\"revocationDate\":\"2025-01-01T00:00:00Z\",\"reason\":"
+                              "\"cessationOfOperation\",\"reasonCode\":5,"),
+              std::string::npos)
+        << result.out;
+}
+
 TEST(CliHostile, StatusAnswersOnlyFromACrlItCouldVerify) {
     // The CA's subject and, differing only in case, the name its leaf carries
     // as issuer: RFC 5280 matching takes them as one name, their DER differs.
