@@ -20,6 +20,7 @@
 namespace {
 
 struct Extension {
+    int nid = NID_undef; // what the module's rules go by
     std::string oid;
     std::string name;
     bool critical = false;
@@ -58,6 +59,21 @@ using IntegerPtr = std::unique_ptr<ASN1_INTEGER, Deleter<ASN1_INTEGER, ASN1_INTE
 
 // OpenSSL failing to allocate is the one failure left once the CRL decoded.
 struct OutOfMemory {};
+
+// Empties OpenSSL's error queue, throwing when it says memory ran out: a
+// value that could not be printed for want of memory must not be shown as
+// one that does not parse.
+bool ran_out_of_memory() {
+    bool outOfMemory = false;
+    for (unsigned long error = ERR_get_error(); error != 0; error = ERR_get_error())
+        outOfMemory = outOfMemory || ERR_GET_REASON(error) == ERR_R_MALLOC_FAILURE;
+    return outOfMemory;
+}
+
+void settle_errors() {
+    if (ran_out_of_memory())
+        throw OutOfMemory{};
+}
 
 std::string bio_text(BIO* bio) {
     char* data = nullptr;
@@ -130,6 +146,7 @@ std::string content_octets(const ASN1_INTEGER* integer) {
 Extension describe_extension(X509_EXTENSION* extension) {
     Extension out;
     const ASN1_OBJECT* object = X509_EXTENSION_get_object(extension);
+    out.nid = OBJ_obj2nid(object);
     out.oid = object_text(object, true);
     out.name = object_text(object, false);
     out.critical = X509_EXTENSION_get_critical(extension) != 0;
@@ -143,15 +160,18 @@ Extension describe_extension(X509_EXTENSION* extension) {
             ASN1_GENERALIZEDTIME_free(time);
             return out;
         }
-        ERR_clear_error();
+        settle_errors();
     }
     BioPtr bio = memory_bio();
     if (X509V3_EXT_print(bio.get(), extension, X509V3_EXT_DUMP_UNKNOWN, 0) <= 0) {
-        ERR_clear_error();
+        // A value that does not parse as its kind is shown as its bytes.
+        settle_errors();
         bio = memory_bio();
-        ASN1_STRING_print(bio.get(), X509_EXTENSION_get_data(extension));
+        if (ASN1_STRING_print(bio.get(), X509_EXTENSION_get_data(extension)) <= 0)
+            throw OutOfMemory{};
     }
     out.value = bio_text(bio.get());
+    settle_errors();
     return out;
 }
 
@@ -179,8 +199,7 @@ std::string hex(const std::string& bytes) {
 // The first reason the module's extension rules give to refuse the CRL.
 std::optional<std::string> refusal(const Description& crl) {
     for (const Extension& extension : crl.extensions) {
-        const int nid = OBJ_txt2nid(extension.oid.c_str());
-        const int handling = R_CRL_extension_handling(nid, 0);
+        const int handling = R_CRL_extension_handling(extension.nid, 0);
         if (handling == R_CRL_EXT_REFUSED)
             return "it carries the extension " + extension.name + " (" + extension.oid +
                    "): as a delta CRL it lists only the changes since its base CRL";
@@ -190,8 +209,8 @@ std::optional<std::string> refusal(const Description& crl) {
     }
     for (size_t i = 0; i < crl.entries.size(); ++i)
         for (const Extension& extension : crl.entries[i].extensions)
-            if (extension.critical && R_CRL_extension_handling(OBJ_txt2nid(extension.oid.c_str()),
-                                                               1) != R_CRL_EXT_PROCESSED)
+            if (extension.critical &&
+                R_CRL_extension_handling(extension.nid, 1) != R_CRL_EXT_PROCESSED)
                 return "entry " + std::to_string(i + 1) + " (serial " + hex(crl.entries[i].serial) +
                        ") carries the critical extension " + extension.name + " (" + extension.oid +
                        "), which the library does not process";
@@ -217,7 +236,7 @@ Entry describe_entry(X509_REVOKED* revoked) {
         out.invalidityDate = time_text(date);
         ASN1_GENERALIZEDTIME_free(date);
     }
-    ERR_clear_error();
+    settle_errors();
     return out;
 }
 
@@ -230,8 +249,9 @@ void describe(X509_CRL* crl, Description& out) {
     out.signatureAlgorithm = object_text(object, false);
     out.signatureOid = object_text(object, true);
     BioPtr bio = memory_bio();
-    X509_NAME_print_ex(bio.get(), X509_CRL_get_issuer(crl), 0,
-                       XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB);
+    if (X509_NAME_print_ex(bio.get(), X509_CRL_get_issuer(crl), 0,
+                           XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB) < 0)
+        throw OutOfMemory{};
     out.issuer = bio_text(bio.get());
     out.thisUpdate = time_text(X509_CRL_get0_lastUpdate(crl));
     if (const ASN1_TIME* next = X509_CRL_get0_nextUpdate(crl))
@@ -248,7 +268,7 @@ void describe(X509_CRL* crl, Description& out) {
             X509_CRL_get_ext_d2i(crl, NID_delta_crl, &critical, nullptr)));
         base)
         out.deltaCrlIndicator = decimal(base.get());
-    ERR_clear_error();
+    settle_errors();
     STACK_OF(X509_REVOKED)* entries = X509_CRL_get_REVOKED(crl);
     for (int i = 0; i < sk_X509_REVOKED_num(entries); ++i)
         out.entries.push_back(describe_entry(sk_X509_REVOKED_value(entries, i)));
@@ -370,10 +390,8 @@ StatusCode view_crl(SecurityContext* ctx, const unsigned char* der, uint32_t len
                     QxCrlView** view) {
     const unsigned char* cursor = der;
     CrlPtr crl(d2i_X509_CRL(nullptr, &cursor, static_cast<long>(length)));
-    if (!crl) {
-        ERR_clear_error();
-        return QXL_ERR_NOT_A_CRL;
-    }
+    if (!crl)
+        return ran_out_of_memory() ? QXL_ERR_OUT_OF_MEMORY : QXL_ERR_NOT_A_CRL;
     try {
         Description description;
         describe(crl.get(), description);
@@ -422,6 +440,8 @@ extern "C" StatusCode qxview_crl(SecurityContext* ctx, const unsigned char* der,
         return QXL_ERR_BAD_ARGUMENT;
     qxu_init_trace(ctx, trace_name, trace_level);
     const StatusCode status = view_crl(ctx, der, length, view);
+    // What OpenSSL could not print is shown as it could; nothing it queued matters after.
+    ERR_clear_error();
     if (status != 0)
         qxu_print_trace(ctx, trace_name, trace_level, "returning %u", status);
     qxu_exit_trace(ctx, trace_name, trace_level);
