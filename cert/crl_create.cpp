@@ -11,7 +11,7 @@ using namespace qxcrl;
 namespace {
 
 // The serial of the entry every new CRL holds, so that it is never empty.
-constexpr char placeholder_serial[] = "DUMMYCERTIFICATE";
+constexpr char placeholder_serial[] = QXCRL_PLACEHOLDER_SERIAL;
 constexpr uint32_t version_2 = 1; // X.509 counts versions from 0
 constexpr uint32_t fixed_signature_type = QX_SIG_RSA_SHA256;
 

@@ -15,6 +15,8 @@ int fetch_command(int argc, char** argv);
 int store_command(int argc, char** argv);
 int stored_command(int argc, char** argv);
 int demo_command(int argc, char** argv);
+int convert_command(int argc, char** argv);
+int rehash_command(int argc, char** argv);
 
 } // namespace qxcli
 

@@ -16,6 +16,7 @@
 #include "commands.h"
 #include "errors.h"
 #include "session.h"
+#include "signature_types.h"
 
 namespace qxcli {
 
@@ -92,10 +93,13 @@ const char* status_word(uint32_t status) {
 int demo_command(int argc, char** argv) {
     const Arguments arguments(argc, argv, 2, {{"--dir"}, {}});
     if (arguments.help()) {
-        std::printf("usage: %s\nMakes a test CA and two leaves (with the openssl command) in DIR "
-                    "or a new temporary folder, then creates, revokes into, re-dates, stores, "
-                    "writes, caches, queries and verifies a CRL, one line per step.\n",
-                    usage);
+        std::printf("usage: %s\nMakes a test CA and two leaves (with the openssl command), then "
+                    "creates, revokes into, re-dates, stores, writes, caches, queries and verifies "
+                    "a CRL, one line per step.\n"
+                    "  --dir DIR      the folder to work in, made if missing (default: a new "
+                    "temporary folder)\n%s"
+                    "Exit 0, %d on a failure, %d on a usage mistake.\n",
+                    usage, trace_help, failure_exit, usage_exit);
         return 0;
     }
     if (!arguments.error().empty())

@@ -30,6 +30,7 @@ const char* status_name(uint32_t status) {
         QXCLI_NAME(QXL_ERR_SIGNATURE_TYPE)
         QXCLI_NAME(QXL_ERR_KEY)
         QXCLI_NAME(QXL_ERR_CERT_DECODE)
+        QXCLI_NAME(QXL_ERR_NOT_A_CRL)
         QXCLI_NAME(QXL_ERR_CERT_NOT_YET_VALID)
         QXCLI_NAME(QXL_ERR_CERT_EXPIRED)
         QXCLI_NAME(QXL_ERR_INTERVAL)
@@ -45,6 +46,21 @@ const char* status_name(uint32_t status) {
 int report(const std::string& what, uint32_t status) {
     std::fprintf(stderr, "qxcrl: %s: %u %s\n", what.c_str(), status, status_name(status));
     return failure_exit;
+}
+
+int report(const std::string& what, uint32_t status, const std::string& why) {
+    std::fprintf(stderr, "qxcrl: %s: %u %s (%s)\n", what.c_str(), status, status_name(status),
+                 why.c_str());
+    return failure_exit;
+}
+
+} // namespace qxcli
+
+namespace qxcli {
+
+int refused(const std::string& what, const std::string& reason) {
+    std::fprintf(stderr, "qxcrl: %s: refused: %s\n", what.c_str(), reason.c_str());
+    return refused_exit;
 }
 
 } // namespace qxcli

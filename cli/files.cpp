@@ -3,11 +3,14 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "qxlayer.h"
 
 namespace qxcli {
 
@@ -51,6 +54,21 @@ bool write_atomically(const std::string& path, const void* bytes, size_t length)
     unlink(name.data());
     errno = failure;
     return false;
+}
+
+std::string file_problem(const std::string& path) {
+    struct stat info {};
+    if (stat(path.c_str(), &info) != 0)
+        return errno == ENOENT ? "no such file"
+                               : std::string("cannot be read: ") + std::strerror(errno);
+    if (!S_ISREG(info.st_mode))
+        return S_ISDIR(info.st_mode) ? "a directory, not a file" : "not a regular file";
+    if (access(path.c_str(), R_OK) != 0)
+        return std::string("not readable: ") + std::strerror(errno);
+    if (static_cast<uint64_t>(info.st_size) > QX_DEFAULT_MAX_FILE_BYTES)
+        return "larger than the " + std::to_string(QX_DEFAULT_MAX_FILE_BYTES) +
+               " bytes the layer reads whole";
+    return "cannot be read";
 }
 
 } // namespace qxcli

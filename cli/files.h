@@ -10,6 +10,11 @@ namespace qxcli {
 // over path. Returns false (with errno set) when any step fails.
 bool write_atomically(const std::string& path, const void* bytes, size_t length);
 
+// What is wrong with the file at path that the layer could not read it:
+// "no such file", "not a regular file", "not readable: ...", "larger than
+// the 268435456 bytes the layer reads whole", or "cannot be read".
+std::string file_problem(const std::string& path);
+
 } // namespace qxcli
 
 #endif

@@ -5,6 +5,10 @@
 
 namespace qxcli {
 
+const char trace_help[] =
+    "  --trace LEVEL  the layer's trace records at or below LEVEL (1 to 5) to "
+    "stderr (default 0, off; QX_TRACE_FILE names a file instead)\n";
+
 namespace {
 
 bool contains(const std::vector<std::string>& list, const std::string& name) {

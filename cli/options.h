@@ -36,6 +36,9 @@ class Arguments {
 // Exit status of a usage mistake.
 constexpr int usage_exit = 64;
 
+// The help line of --trace, which every command takes.
+extern const char trace_help[];
+
 // Prints "qxcrl: <message>" and the usage line to stderr; returns usage_exit.
 int usage_error(const std::string& message, const char* usage);
 

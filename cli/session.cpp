@@ -23,21 +23,32 @@ uint32_t Session::open(const Arguments& arguments, const std::string& storePath,
     return qxlayer_create(&config, &ctx_);
 }
 
-int load_crl(Session& session, const std::string& path, Crl& crl) {
-    const uint32_t status = qxcrl_Load(session.ctx(), &crl.object, path.c_str());
-    return status == 0 ? 0 : report("loading " + path, status);
+namespace {
+
+// "loading PATH: <status> (<what was wrong>)": the file's own problem when the
+// layer could not read it, else what its content was not.
+int report_loading(const std::string& path, uint32_t status, const char* content) {
+    if (status == QXL_ERR_FILE)
+        return report("loading " + path, status, file_problem(path));
+    if (status == QXL_ERR_CERT_DECODE || status == QXL_ERR_KEY)
+        return report("loading " + path, status, content);
+    return report("loading " + path, status);
 }
+
+} // namespace
 
 int load_cert(Session& session, const std::string& path, Certificate& cert) {
     const uint32_t status = qxcert_from_file(session.ctx(), path.c_str(), &cert.record);
-    return status == 0 ? 0 : report("loading " + path, status);
+    return status == 0 ? 0 : report_loading(path, status, "not a certificate in DER or PEM");
 }
 
 int load_key(Session& session, const std::string& path, const std::optional<std::string>& pass,
              Key& key) {
     const uint32_t status =
         qxdk_key_from_file(session.ctx(), path.c_str(), pass ? pass->c_str() : nullptr, &key.key);
-    return status == 0 ? 0 : report("loading " + path, status);
+    return status == 0
+               ? 0
+               : report_loading(path, status, "not a private key, or not under this passphrase");
 }
 
 int write_crl(Session& session, CrlObject* crl, const std::string& path, bool der) {
@@ -62,67 +73,7 @@ int write_crl(Session& session, CrlObject* crl, const std::string& path, bool de
     if (status != 0)
         return report("encoding the CRL", status);
     if (!written)
-        return report("writing " + path + " (" + std::strerror(errno) + ")", QXL_ERR_FILE);
-    return 0;
-}
-
-const char* signature_algorithm_name(uint32_t signatureType) {
-    switch (signatureType) {
-    case QX_SIG_RSA_SHA1:
-        return "sha1WithRSAEncryption";
-    case QX_SIG_RSA_MD5:
-        return "md5WithRSAEncryption";
-    case QX_SIG_RSA_SHA256:
-        return "sha256WithRSAEncryption";
-    case QX_SIG_RSA_SHA384:
-        return "sha384WithRSAEncryption";
-    case QX_SIG_RSA_SHA512:
-        return "sha512WithRSAEncryption";
-    case QX_SIG_ECDSA_SHA256:
-        return "ecdsa-with-SHA256";
-    case QX_SIG_ECDSA_SHA384:
-        return "ecdsa-with-SHA384";
-    case QX_SIG_ECDSA_SHA512:
-        return "ecdsa-with-SHA512";
-    case QX_SIG_ED25519:
-        return "ED25519";
-    case QX_SIG_ED448:
-        return "ED448";
-    case QX_SIG_RSA_PSS_SHA256:
-        return "rsassaPss-SHA256";
-    case QX_SIG_RSA_PSS_SHA384:
-        return "rsassaPss-SHA384";
-    case QX_SIG_RSA_PSS_SHA512:
-        return "rsassaPss-SHA512";
-    default:
-        return "unknown";
-    }
-}
-
-uint32_t default_signature_type(const QxPrivateKey* key) {
-    // The layer keeps keys as PKCS#8, whose AlgorithmIdentifier comes within
-    // the first few dozen bytes: finding the algorithm's OID there is enough.
-    struct Known {
-        unsigned char oid[11];
-        size_t length;
-        uint32_t type;
-    };
-    static const Known known[] = {
-        {{0x06, 0x09, 0x2a, 0x86, 0x48, 0x86, 0xf7, 0x0d, 0x01, 0x01, 0x01}, 11, QX_SIG_RSA_SHA256},
-        {{0x06, 0x09, 0x2a, 0x86, 0x48, 0x86, 0xf7, 0x0d, 0x01, 0x01, 0x0a},
-         11,
-         QX_SIG_RSA_PSS_SHA256},
-        {{0x06, 0x07, 0x2a, 0x86, 0x48, 0xce, 0x3d, 0x02, 0x01}, 9, QX_SIG_ECDSA_SHA256},
-        {{0x06, 0x03, 0x2b, 0x65, 0x70}, 5, QX_SIG_ED25519},
-        {{0x06, 0x03, 0x2b, 0x65, 0x71}, 5, QX_SIG_ED448},
-    };
-    if (key == nullptr || key->pkcs8 == nullptr)
-        return 0;
-    const unsigned char* begin = key->pkcs8;
-    const unsigned char* end = begin + std::min<uint32_t>(key->length, 32);
-    for (const Known& candidate : known)
-        if (std::search(begin, end, candidate.oid, candidate.oid + candidate.length) != end)
-            return candidate.type;
+        return report("writing " + path, QXL_ERR_FILE, std::strerror(errno));
     return 0;
 }
 

@@ -67,6 +67,15 @@ struct LayerBytes {
     uint32_t length = 0;
 };
 
+// An issuer name object, as qxcrl_FileForIssuer takes it.
+struct Name {
+    Name() = default;
+    Name(const Name&) = delete;
+    Name& operator=(const Name&) = delete;
+    ~Name() { qxcrl_FreeName(&name); }
+    R_CERT_NAME* name = nullptr;
+};
+
 struct CacheOwner {
     CacheOwner() = default;
     CacheOwner(const CacheOwner&) = delete;
@@ -79,19 +88,13 @@ struct CacheOwner {
 constexpr uint32_t cache_capacity = 256u * 1024u * 1024u;
 
 // Loaders that report their own failure ("loading PATH") and return its exit status, or 0.
-int load_crl(Session& session, const std::string& path, Crl& crl);
+// (CRLs: see crl_input.h.)
 int load_cert(Session& session, const std::string& path, Certificate& cert);
 int load_key(Session& session, const std::string& path, const std::optional<std::string>& pass,
              Key& key);
 
 // Writes crl as PEM (or DER) to path atomically; reports and returns the exit status, or 0.
 int write_crl(Session& session, CrlObject* crl, const std::string& path, bool der);
-
-// The signature algorithm's name for a layer signature type, or "unknown".
-const char* signature_algorithm_name(uint32_t signatureType);
-
-// The signature type a key signs with by default: RSA 6, EC 9, Ed25519 12, Ed448 13; 0 if unknown.
-uint32_t default_signature_type(const QxPrivateKey* key);
 
 // Parses a whole decimal number; nullopt when text is not one.
 std::optional<uint32_t> parse_number(const std::string& text);

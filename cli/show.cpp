@@ -1,12 +1,18 @@
-// qxcrl show: everything qxcrl_GetDetails reads from a CRL, as text or JSON.
+// qxcrl show: everything in a CRL, as text or JSON, and whether the library
+// takes it. The fields come from the layer's display reader (qxview_crl),
+// which also reads CRLs the module refuses; the verdict is the module's.
 #include <cstdio>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "commands.h"
+#include "crl_input.h"
 #include "errors.h"
 #include "session.h"
+#include "signature_types.h"
+#include "text.h"
 
 namespace qxcli {
 
@@ -14,172 +20,145 @@ namespace {
 
 constexpr char usage[] = "qxcrl show CRL [--json] [--trace LEVEL]";
 
-std::string json_string(const std::string& text) {
-    std::string out = "\"";
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (byte < 0x20) {
-            char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\u%04x", byte);
-            out += escaped;
-        } else {
-            out += c; // UTF-8 goes through as it is
-        }
-    }
-    return out + "\"";
-}
-
-std::string hex(const unsigned char* bytes, uint32_t length) {
-    std::string out;
-    for (uint32_t i = 0; i < length; ++i) {
-        char pair[3];
-        std::snprintf(pair, sizeof pair, "%02x", bytes[i]);
-        out += pair;
-    }
-    return out;
-}
-
-// The CRL number from the DER INTEGER the extension holds: decimal when it
-// fits 64 bits and is not negative, else 0x and the hex of its content.
-std::string crl_number_text(const unsigned char* der, uint32_t length) {
-    const unsigned char* content = der;
-    uint32_t contentLength = length;
-    if (length >= 2 && der[0] == 0x02) {
-        // The length in short form, or in long form of up to four octets.
-        uint32_t header = 2;
-        uint64_t declared = der[1];
-        if ((der[1] & 0x80) != 0) {
-            const uint32_t octets = der[1] & 0x7fu;
-            declared = UINT64_MAX; // no length this header can state
-            if (octets >= 1 && octets <= 4 && length >= 2 + octets) {
-                header += octets;
-                declared = 0;
-                for (uint32_t i = 2; i < header; ++i)
-                    declared = declared << 8 | der[i];
-            }
-        }
-        if (declared == length - header) {
-            content = der + header;
-            contentLength = length - header;
-        }
-    }
-    while (contentLength > 1 && content[0] == 0) {
-        ++content;
-        --contentLength;
-    }
-    if (contentLength == 0 || contentLength > 8 || (content[0] & 0x80) != 0)
-        return "0x" + hex(content, contentLength);
-    uint64_t value = 0;
-    for (uint32_t i = 0; i < contentLength; ++i)
-        value = value << 8 | content[i];
-    return std::to_string(value);
-}
-
-struct Entry {
-    std::string serial;
-    std::string revocationDate;
+// One CRL as the display reader saw it, and the module's verdict on it.
+struct Shown {
+    std::string name;
+    QxCrlView* view = nullptr;
+    std::optional<uint32_t> signatureType; // the layer's, when it has one
+    std::optional<std::string> refusal;    // set when the module refuses the CRL
 };
 
-struct Details {
-    uint32_t version = 0;
-    uint32_t signatureType = 0;
-    std::string issuer;
-    std::string thisUpdate;
-    std::optional<std::string> nextUpdate;
-    std::optional<std::string> crlNumber;
-    std::vector<Entry> entries;
-};
-
-// Reads a byte-string item into bytes, which grows until the value fits: a
-// serial or a CRL number is as long as the CRL's author made it.
-uint32_t read_bytes(SecurityContext* ctx, CrlObject* crl, CrlDetailItem item, uint32_t index,
-                    std::vector<unsigned char>& bytes, uint32_t* length) {
-    constexpr size_t largest = size_t{1} << 31; // no value of a CRL is longer
-    for (;;) {
-        CrlDetailBuffer buffer{bytes.data(), static_cast<uint32_t>(bytes.size())};
-        const uint32_t status = qxcrl_GetDetails(ctx, crl, item, index, &buffer);
-        if (status != QXERR_NO_OUTPUT_BUFFER || bytes.size() >= largest) {
-            *length = buffer.length;
-            return status;
-        }
-        bytes.resize(bytes.size() * 2);
-    }
+bool placeholder(const QxViewEntry& entry) {
+    constexpr size_t length = sizeof QXCRL_PLACEHOLDER_SERIAL - 1;
+    return entry.serialLength == length &&
+           std::memcmp(entry.serial, QXCRL_PLACEHOLDER_SERIAL, length) == 0;
 }
 
-int read_details(SecurityContext* ctx, CrlObject* crl, Details& details) {
-    uint32_t status = qxcrl_GetDetails(ctx, crl, QXCRL_DETAIL_VERSION, 0, &details.version);
-    if (status != 0)
-        return report("reading the version", status);
-    status = qxcrl_GetDetails(ctx, crl, QXCRL_DETAIL_SIGNATURE_TYPE, 0, &details.signatureType);
-    if (status != 0)
-        return report("reading the signature type", status);
-    std::vector<char> name(1025);
-    status = qxcrl_GetDetails(ctx, crl, QXCRL_DETAIL_ISSUER_NAME, 0, name.data());
-    if (status != 0)
-        return report("reading the issuer", status);
-    details.issuer = name.data();
-    char time[129] = {};
-    status = qxcrl_GetDetails(ctx, crl, QXCRL_DETAIL_THIS_UPDATE, 0, time);
-    if (status != 0)
-        return report("reading this update", status);
-    details.thisUpdate = time;
-    // Next update and CRL number are optional in a CRL: a failed read means absent.
-    if (qxcrl_GetDetails(ctx, crl, QXCRL_DETAIL_NEXT_UPDATE, 0, time) == 0)
-        details.nextUpdate = time;
-    std::vector<unsigned char> bytes(64);
-    uint32_t length = 0;
-    if (read_bytes(ctx, crl, QXCRL_DETAIL_EXTENSION, 0, bytes, &length) == 0 && length > 0)
-        details.crlNumber = crl_number_text(bytes.data(), length);
-    uint32_t count = 0;
-    status = qxcrl_GetDetails(ctx, crl, QXCRL_DETAIL_ENTRY_COUNT, 0, &count);
-    if (status != 0)
-        return report("reading the entry count", status);
+std::string signature_type_text(const Shown& shown) {
+    return shown.signatureType ? std::to_string(*shown.signatureType) : "none";
+}
+
+// "  " + name, the OID, critical or not; then the value's lines, indented.
+void print_extensions(const QxViewExtension* extensions, uint32_t count, const char* indent) {
     for (uint32_t i = 0; i < count; ++i) {
-        status = read_bytes(ctx, crl, QXCRL_DETAIL_ENTRY_SERIAL, i, bytes, &length);
-        if (status != 0)
-            return report("reading entry " + std::to_string(i), status);
-        status = qxcrl_GetDetails(ctx, crl, QXCRL_DETAIL_ENTRY_REVOCATION_DATE, i, time);
-        if (status != 0)
-            return report("reading entry " + std::to_string(i), status);
-        details.entries.push_back({hex(bytes.data(), length), time});
+        const QxViewExtension& extension = extensions[i];
+        std::printf("%s%s (%s)%s:\n", indent, extension.name, extension.oid,
+                    extension.critical ? ", critical" : "");
+        std::string value = extension.value;
+        for (size_t start = 0; start <= value.size();) {
+            size_t end = value.find('\n', start);
+            if (end == std::string::npos)
+                end = value.size();
+            std::printf("%s    %s\n", indent, value.substr(start, end - start).c_str());
+            start = end + 1;
+        }
     }
-    return 0;
 }
 
-void print_text(const Details& details) {
-    std::printf("version: %u\n", details.version);
-    std::printf("signature type: %u (%s)\n", details.signatureType,
-                signature_algorithm_name(details.signatureType));
-    std::printf("issuer: %s\n", details.issuer.c_str());
-    std::printf("this update: %s\n", details.thisUpdate.c_str());
-    std::printf("next update: %s\n", details.nextUpdate ? details.nextUpdate->c_str() : "none");
-    std::printf("CRL number: %s\n", details.crlNumber ? details.crlNumber->c_str() : "none");
-    std::printf("entries: %zu\n", details.entries.size());
-    for (const Entry& entry : details.entries)
-        std::printf("  serial %s revoked %s\n", entry.serial.c_str(), entry.revocationDate.c_str());
+void print_text(const Shown& shown) {
+    const QxCrlView& view = *shown.view;
+    std::printf("version: %u\n", view.version);
+    std::printf("signature type: %s (%s)\n", signature_type_text(shown).c_str(),
+                view.signatureAlgorithm);
+    std::printf("signature algorithm: %s (%s)\n", view.signatureAlgorithm, view.signatureOid);
+    std::printf("issuer: %s\n", view.issuer);
+    std::printf("this update: %s\n", view.thisUpdate);
+    std::printf("next update: %s\n", view.nextUpdate != nullptr ? view.nextUpdate : "none");
+    std::printf("CRL number: %s\n", view.crlNumber != nullptr ? view.crlNumber : "none");
+    if (view.deltaCrlIndicator != nullptr)
+        std::printf("delta CRL of base CRL number: %s\n", view.deltaCrlIndicator);
+    std::printf("SHA-256 fingerprint: %s\n", colon_hex(view.sha256, sizeof view.sha256).c_str());
+    std::printf("extensions: %u\n", view.extensionCount);
+    print_extensions(view.extensions, view.extensionCount, "  ");
+    std::printf("entries: %u\n", view.entryCount);
+    for (uint32_t i = 0; i < view.entryCount; ++i) {
+        const QxViewEntry& entry = view.entries[i];
+        std::printf("  serial %s revoked %s", hex(entry.serial, entry.serialLength).c_str(),
+                    entry.revocationDate);
+        if (entry.reasonName != nullptr)
+            std::printf(" reason %s (%d)", entry.reasonName, entry.reason);
+        if (entry.invalidityDate != nullptr)
+            std::printf(" invalid since %s", entry.invalidityDate);
+        if (placeholder(entry))
+            std::fputs(" (placeholder: the entry every CRL this library creates starts with; "
+                       "no certificate)",
+                       stdout);
+        std::fputs("\n", stdout);
+        print_extensions(entry.extensions, entry.extensionCount, "    ");
+    }
+    if (shown.refusal)
+        std::printf("library: refuses it: %s\n", shown.refusal->c_str());
+    else
+        std::puts("library: takes it");
 }
 
-void print_json(const Details& details) {
-    std::string out =
-        "{\"version\":" + std::to_string(details.version) +
-        ",\"signatureType\":" + std::to_string(details.signatureType) +
-        ",\"signatureAlgorithm\":" + json_string(signature_algorithm_name(details.signatureType)) +
-        ",\"issuer\":" + json_string(details.issuer) +
-        ",\"thisUpdate\":" + json_string(details.thisUpdate) +
-        ",\"nextUpdate\":" + (details.nextUpdate ? json_string(*details.nextUpdate) : "null") +
-        ",\"crlNumber\":" + (details.crlNumber ? json_string(*details.crlNumber) : "null") +
-        ",\"entries\":[";
-    for (size_t i = 0; i < details.entries.size(); ++i) {
-        if (i != 0)
-            out += ",";
-        out += "{\"serial\":" + json_string(details.entries[i].serial) +
-               ",\"revocationDate\":" + json_string(details.entries[i].revocationDate) + "}";
+std::string json_extensions(const QxViewExtension* extensions, uint32_t count) {
+    std::string out = "[";
+    for (uint32_t i = 0; i < count; ++i) {
+        out += std::string(i != 0 ? "," : "") + "{\"oid\":" + json_string(extensions[i].oid) +
+               ",\"name\":" + json_string(extensions[i].name) +
+               ",\"critical\":" + (extensions[i].critical ? "true" : "false") +
+               ",\"value\":" + json_string(extensions[i].value) + "}";
     }
-    out += "]}\n";
+    return out + "]";
+}
+
+void print_json(const Shown& shown) {
+    const QxCrlView& view = *shown.view;
+    std::string out = "{\"version\":" + std::to_string(view.version) + ",\"signatureType\":" +
+                      (shown.signatureType ? signature_type_text(shown) : "null") +
+                      ",\"signatureAlgorithm\":" + json_string(view.signatureAlgorithm) +
+                      ",\"issuer\":" + json_string(view.issuer) +
+                      ",\"thisUpdate\":" + json_string(view.thisUpdate) +
+                      ",\"nextUpdate\":" + json_or_null(view.nextUpdate) +
+                      ",\"crlNumber\":" + json_or_null(view.crlNumber) + ",\"entries\":[";
+    for (uint32_t i = 0; i < view.entryCount; ++i) {
+        const QxViewEntry& entry = view.entries[i];
+        out += std::string(i != 0 ? "," : "") +
+               "{\"serial\":" + json_string(hex(entry.serial, entry.serialLength)) +
+               ",\"revocationDate\":" + json_string(entry.revocationDate) +
+               ",\"reason\":" + (entry.reason >= 0 ? std::to_string(entry.reason) : "null") +
+               ",\"reasonName\":" + json_or_null(entry.reasonName) +
+               ",\"invalidityDate\":" + json_or_null(entry.invalidityDate) +
+               ",\"placeholder\":" + (placeholder(entry) ? "true" : "false") +
+               ",\"extensions\":" + json_extensions(entry.extensions, entry.extensionCount) + "}";
+    }
+    out += "],\"signatureOid\":" + json_string(view.signatureOid) +
+           ",\"deltaCrlIndicator\":" + json_or_null(view.deltaCrlIndicator) +
+           ",\"sha256Fingerprint\":" + json_string(colon_hex(view.sha256, sizeof view.sha256)) +
+           ",\"extensions\":" + json_extensions(view.extensions, view.extensionCount) +
+           ",\"accepted\":" + (shown.refusal ? "false" : "true") +
+           ",\"refusal\":" + json_or_null(shown.refusal) + "}\n";
     std::fputs(out.c_str(), stdout);
+}
+
+// Describes one CRL and asks the module whether it takes it; 0 or the
+// exit status of a failure already reported.
+int examine(Session& session, const CrlBytes& bytes, Shown& shown) {
+    SecurityContext* ctx = session.ctx();
+    shown.name = bytes.name;
+    Crl crl(ctx);
+    const uint32_t status = qxcrl_CreateCtx(ctx, &crl.object, bytes.der.data(),
+                                            static_cast<uint32_t>(bytes.der.size()));
+    if (status != 0 && status != QXERR_CRL_DECODE)
+        return report("loading " + bytes.name, status);
+    const uint32_t viewed =
+        qxview_crl(ctx, bytes.der.data(), static_cast<uint32_t>(bytes.der.size()), &shown.view);
+    if (viewed == QXL_ERR_NOT_A_CRL && status != 0)
+        return report("loading " + bytes.name, status, not_a_crl);
+    if (viewed != 0)
+        return report("describing " + bytes.name, viewed);
+    if (status == QXERR_CRL_DECODE) {
+        shown.refusal = shown.view->refusal != nullptr ? shown.view->refusal : refused_unnamed;
+    } else {
+        uint32_t type = 0;
+        if (qxcrl_GetDetails(ctx, crl.object, QXCRL_DETAIL_SIGNATURE_TYPE, 0, &type) == 0)
+            shown.signatureType = type;
+    }
+    // A CRL the module does not read still has a type the layer knows by name.
+    if (!shown.signatureType)
+        shown.signatureType = signature_type_named(shown.view->signatureAlgorithm);
+    return 0;
 }
 
 } // namespace
@@ -187,9 +166,17 @@ void print_json(const Details& details) {
 int show_command(int argc, char** argv) {
     const Arguments arguments(argc, argv, 2, {{}, {"--json"}});
     if (arguments.help()) {
-        std::printf("usage: %s\nPrints a CRL's version, signature type, issuer, dates, CRL "
-                    "number and entries.\n",
-                    usage);
+        std::printf(
+            "usage: %s\n"
+            "Prints every CRL of the file (DER, or PEM under any CRL label): version, signature "
+            "type and algorithm, issuer, dates, CRL number, SHA-256 fingerprint of the DER, every "
+            "extension with its value, and every entry with its reason and invalidity date. The "
+            "placeholder entry of CRLs this library creates is marked.\n"
+            "  --json         one JSON object per CRL, one line each (default: text)\n"
+            "%s"
+            "Exit 0 when the library takes every CRL; %d when it refuses one (still shown, the "
+            "reason on stderr); %d on a failure; %d on a usage mistake.\n",
+            usage, trace_help, refused_exit, failure_exit, usage_exit);
         return 0;
     }
     if (!arguments.error().empty())
@@ -199,17 +186,29 @@ int show_command(int argc, char** argv) {
     Session session;
     if (const uint32_t status = session.open(arguments))
         return report("making the layer", status);
-    Crl crl(session.ctx());
-    if (const int failed = load_crl(session, arguments.positionals()[0], crl))
+    std::vector<CrlBytes> crls;
+    if (const int failed = read_crl_file(session, arguments.positionals()[0], crls))
         return failed;
-    Details details;
-    if (const int failed = read_details(session.ctx(), crl.object, details))
-        return failed;
-    if (arguments.has("--json"))
-        print_json(details);
-    else
-        print_text(details);
-    return 0;
+    int exitStatus = 0;
+    for (size_t i = 0; i < crls.size(); ++i) {
+        Shown shown;
+        const int failed = examine(session, crls[i], shown);
+        if (failed == 0) {
+            if (arguments.has("--json")) {
+                print_json(shown);
+            } else {
+                if (crls.size() > 1)
+                    std::printf("%s# %s\n", i != 0 ? "\n" : "", shown.name.c_str());
+                print_text(shown);
+            }
+            if (shown.refusal && exitStatus == 0)
+                exitStatus = refused(shown.name, *shown.refusal);
+        }
+        qxumfree(session.ctx(), &shown.view);
+        if (failed != 0)
+            return failed;
+    }
+    return exitStatus;
 }
 
 } // namespace qxcli

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "commands.h"
+#include "crl_input.h"
 #include "errors.h"
 #include "files.h"
 #include "session.h"
@@ -17,14 +18,6 @@ constexpr char fetch_usage[] = "qxcrl fetch --cert CERT [--out FILE] [--trace LE
 constexpr char store_usage[] = "qxcrl store CRL --name NAME [--db FILE] [--trace LEVEL]";
 constexpr char stored_usage[] = "qxcrl stored NAME [--db FILE] [--history] [--trace LEVEL]";
 
-struct Name {
-    Name() = default;
-    Name(const Name&) = delete;
-    Name& operator=(const Name&) = delete;
-    ~Name() { qxcrl_FreeName(&name); }
-    R_CERT_NAME* name = nullptr;
-};
-
 StatusCode print_version(void*, uint32_t version, const char* text, uint32_t length) {
     std::printf("# version %u\n", version);
     std::fwrite(text, 1, length, stdout);
@@ -37,8 +30,12 @@ int hash_command(int argc, char** argv) {
     const Arguments arguments(argc, argv, 2, {{"--cert"}, {}});
     if (arguments.help()) {
         std::printf("usage: %s\nPrints the hashed-directory file name of the CRL's issuer, or "
-                    "of the certificate's issuer.\n",
-                    hash_usage);
+                    "of the certificate's issuer, in the library's naming: eight hex digits and "
+                    ".rN, N for the caller to number (qxcrl rehash does).\n"
+                    "  CRL            a CRL file, DER or PEM under any CRL label\n"
+                    "  --cert CERT    a certificate instead, DER or PEM (default: none)\n%s"
+                    "Exit 0, %d on a failure, %d on a usage mistake.\n",
+                    hash_usage, trace_help, failure_exit, usage_exit);
         return 0;
     }
     if (!arguments.error().empty())
@@ -74,8 +71,12 @@ int fetch_command(int argc, char** argv) {
     const Arguments arguments(argc, argv, 2, {{"--cert", "--out"}, {}});
     if (arguments.help()) {
         std::printf("usage: %s\nFetches the CRL from the certificate's HTTP and LDAP distribution "
-                    "points and writes it as PEM.\n",
-                    fetch_usage);
+                    "points and writes it as PEM.\n"
+                    "  --cert CERT    the certificate whose distribution points are read, DER or "
+                    "PEM (required)\n"
+                    "  --out FILE     where to write the CRL (default: standard output)\n%s"
+                    "Exit 0, %d on a failure, %d on a usage mistake.\n",
+                    fetch_usage, trace_help, failure_exit, usage_exit);
         return 0;
     }
     if (!arguments.error().empty())
@@ -106,9 +107,14 @@ int fetch_command(int argc, char** argv) {
 int store_command(int argc, char** argv) {
     const Arguments arguments(argc, argv, 2, {{"--name", "--db"}, {}});
     if (arguments.help()) {
-        std::printf("usage: %s\nStores the CRL as PEM under NAME in the SQLite store (default "
-                    "qxstore.db); the text it replaces goes to the history.\n",
-                    store_usage);
+        std::printf("usage: %s\nStores the CRL as PEM under NAME in the SQLite store; the text "
+                    "it replaces goes to the history.\n"
+                    "  CRL            a CRL file, DER or PEM under any CRL label\n"
+                    "  --name NAME    the name to store it under (required)\n"
+                    "  --db FILE      the store's SQLite file (default: qxstore.db)\n%s"
+                    "Exit 0, %d for a CRL the library refuses, %d on a failure, %d on a usage "
+                    "mistake.\n",
+                    store_usage, trace_help, refused_exit, failure_exit, usage_exit);
         return 0;
     }
     if (!arguments.error().empty())
@@ -132,9 +138,12 @@ int store_command(int argc, char** argv) {
 int stored_command(int argc, char** argv) {
     const Arguments arguments(argc, argv, 2, {{"--db"}, {"--history"}});
     if (arguments.help()) {
-        std::printf("usage: %s\nPrints the CRL stored under NAME; with --history every earlier "
-                    "version too, newest first.\n",
-                    stored_usage);
+        std::printf("usage: %s\nPrints the CRL stored under NAME.\n"
+                    "  --db FILE      the store's SQLite file (default: qxstore.db)\n"
+                    "  --history      every earlier version too, newest first, each after a line "
+                    "\"# version N\" (default: the current one only)\n%s"
+                    "Exit 0, %d on a failure, %d on a usage mistake.\n",
+                    stored_usage, trace_help, failure_exit, usage_exit);
         return 0;
     }
     if (!arguments.error().empty())

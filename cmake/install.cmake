@@ -1,4 +1,5 @@
-# cmake --install: headers, both libraries, a CMake package and a pkg-config file.
+# cmake --install: headers, both libraries, the command with its manual pages,
+# a CMake package and a pkg-config file.
 include(CMakePackageConfigHelpers)
 
 install(FILES include/qxcrl.h include/qxlayer.h include/r_types.h
@@ -8,6 +9,13 @@ install(TARGETS qxcrl qxcrl_static EXPORT qxcrlTargets
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS qxcrl_cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# The command's manual pages, where man finds them under the prefix.
+set(QXCRL_MAN_PAGES qxcrl qxcrl-show qxcrl-verify qxcrl-status qxcrl-convert qxcrl-hash
+    qxcrl-rehash qxcrl-create qxcrl-revoke qxcrl-next-update qxcrl-fetch qxcrl-store
+    qxcrl-stored qxcrl-demo)
+list(TRANSFORM QXCRL_MAN_PAGES PREPEND ${PROJECT_SOURCE_DIR}/man/)
+list(TRANSFORM QXCRL_MAN_PAGES APPEND .1)
+install(FILES ${QXCRL_MAN_PAGES} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(EXPORT qxcrlTargets NAMESPACE qxcrl::
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qxcrl)
 

@@ -61,6 +61,13 @@ typedef uint32_t CrlValidity;
 #define QXCRL_CRL_EXPIRED 1u
 #define QXCRL_CRL_CURRENT 2u
 
+/*
+ * The serial of the placeholder entry that qxcrl_Create puts in every CRL it
+ * makes, so that none is empty: its content octets are these 16 ASCII bytes.
+ * It stands for no certificate.
+ */
+#define QXCRL_PLACEHOLDER_SERIAL "DUMMYCERTIFICATE"
+
 /* ------------------------------------------------------------ records */
 
 /* The module's CRL record: one toolkit CRL, NULL until one is delivered. */

@@ -42,6 +42,7 @@ typedef uint32_t StatusCode;
 #define QXL_ERR_SIGNATURE_TYPE 29330u
 #define QXL_ERR_KEY 29340u
 #define QXL_ERR_CERT_DECODE 29341u
+#define QXL_ERR_NOT_A_CRL 29342u /* bytes that qxview_crl cannot read as a CRL */
 #define QXL_ERR_CERT_NOT_YET_VALID 29350u
 #define QXL_ERR_CERT_EXPIRED 29351u
 #define QXL_ERR_INTERVAL 29360u
@@ -220,6 +221,18 @@ QXCRL_API StatusCode qxlayer_create(const QxLayerConfig* config, SecurityContext
 
 /* Releases what qxlayer_create made and sets *ctx to NULL; NULL is ignored. */
 QXCRL_API void qxlayer_destroy(SecurityContext** ctx);
+
+/*
+ * The time ctx's layer instance judges at. With seconds (since 1970 UTC)
+ * every "now" the layer and the module read through that instance is that
+ * time: a CRL's currency (qxcrl_Verify, cached lookups), which revocations
+ * have happened (a revocation dated after it does not count), certificate
+ * validity (qxtCheckValidity_ext) and the dates of the CRLs and entries it
+ * writes. NULL returns the instance to the clock. Other layer instances,
+ * and the process's clock, are left alone. QXL_ERR_BAD_ARGUMENT without a
+ * layer instance.
+ */
+QXCRL_API StatusCode qxlayer_set_time(SecurityContext* ctx, const int64_t* seconds);
 
 /* --------------------------------------------------------------- memory */
 
@@ -532,6 +545,87 @@ QXCRL_API StatusCode qxtCheckValidity_ext(SecurityContext* ctx, int64_t notBefor
  */
 QXCRL_API StatusCode qxcert_crl_issuer_verdict(SecurityContext* ctx, const struct CrlObject* crl,
                                                const CertificateRecord* issuer, uint32_t* verdict);
+
+/* ------------------------------------------------------- CRL display */
+
+/*
+ * A CRL's content as text, for people to read. qxview_crl parses the DER
+ * with its own reader, apart from the module: it describes CRLs the module
+ * refuses too, and what it says is never a verdict. Whether a CRL is taken,
+ * verified or current is the module's to say (qxcrl_CreateCtx,
+ * qxcrl_VerifyCRL); a program must not decide anything from a view.
+ *
+ * Times are RFC 3339 UTC text ("2025-02-25T00:00:00Z"); names are RFC 4514
+ * text as qxcrl_GetDetails gives them; absent optional values are NULL.
+ */
+typedef struct QxViewExtension {
+    const char* oid;   /* dotted form, "2.5.29.20" */
+    const char* name;  /* OpenSSL's long name ("X509v3 CRL Number"), else the dotted form */
+    uint32_t critical; /* 1 when marked critical */
+    const char* value; /* display text as `openssl crl -text` prints it; lines end at '\n' */
+} QxViewExtension;
+
+typedef struct QxViewEntry {
+    const unsigned char* serial; /* the serial's DER content octets */
+    uint32_t serialLength;
+    const char* revocationDate;
+    int32_t reason;         /* CRLReason code; -1 when the entry has none or it does not decode */
+    const char* reasonName; /* RFC 5280's name ("keyCompromise"), NULL without a reason */
+    const char* invalidityDate;        /* NULL without one */
+    const QxViewExtension* extensions; /* every extension of the entry, in order */
+    uint32_t extensionCount;
+} QxViewEntry;
+
+typedef struct QxCrlView {
+    uint32_t version;               /* as encoded: 0 for v1, 1 for v2 */
+    const char* signatureAlgorithm; /* "ecdsa-with-SHA256", "dsa_with_SHA256", or the dotted OID */
+    const char* signatureOid;       /* dotted form */
+    const char* issuer;
+    const char* thisUpdate;
+    const char* nextUpdate;
+    const char* crlNumber;         /* decimal, a minus sign when negative */
+    const char* deltaCrlIndicator; /* the base CRL's number, decimal: the CRL is a delta CRL */
+    /*
+     * Why the module refuses this CRL as its issuer's list, by the same rules
+     * qxcrl_CreateCtx applies to extensions ("it carries the critical
+     * extension ... which the library does not process", "it is a delta
+     * CRL ..."); NULL when its extensions give no reason, which does not
+     * mean the module takes it.
+     */
+    const char* refusal;
+    unsigned char sha256[32]; /* SHA-256 of the DER, as `openssl crl -fingerprint -sha256` */
+    /*
+     * The issuer name's hash as `openssl crl -hash` prints it, which names a
+     * CRL in the hashed directories OpenSSL reads (HASH.rN); 0 if it cannot
+     * be computed. The module's own naming is qxcrl_FileForIssuer's.
+     */
+    uint32_t opensslIssuerHash;
+    const QxViewExtension* extensions; /* every extension of the CRL, in order */
+    uint32_t extensionCount;
+    const QxViewEntry* entries;
+    uint32_t entryCount;
+} QxCrlView;
+
+/*
+ * Describes the DER CRL der (trailing bytes ignored) in one new block *view
+ * of ctx's allocator, released with qxumfree; everything the view points to
+ * lies in that block. QXL_ERR_BAD_ARGUMENT for NULL arguments or a context
+ * without a layer, QXL_ERR_NOT_A_CRL for bytes that are no DER CRL,
+ * QXL_ERR_OUT_OF_MEMORY (also for a view past 4 GiB), QXL_ERR_DIGEST. On
+ * failure *view is NULL.
+ */
+QXCRL_API StatusCode qxview_crl(SecurityContext* ctx, const unsigned char* der, uint32_t length,
+                                QxCrlView** view);
+
+/*
+ * The DER content octets of cert's serial number into serial, whose capacity
+ * is *length on entry and the serial's length on return; for display beside
+ * a CRL's entries. QXL_ERR_BAD_ARGUMENT for NULL arguments or a serial
+ * longer than the capacity (*length then says how long it is),
+ * QXL_ERR_CERT_DECODE when the record's DER is no certificate.
+ */
+QXCRL_API StatusCode qxview_cert_serial(const CertificateRecord* cert, unsigned char* serial,
+                                        uint32_t* length);
 
 /* ------------------------------------------------ strings and intervals */
 

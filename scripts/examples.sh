@@ -28,6 +28,15 @@ done
 if grep -q '^add_subdirectory(cli)' CMakeLists.txt; then
     [ -x "$prefix/bin/qxcrl" ] || fail "the build has the command-line tool but bin/qxcrl is not installed"
 fi
+# Its manual pages, where man finds them under the prefix.
+if [ -d man ]; then
+    command -v man >/dev/null || fail "no man command (scripts/install-deps.sh installs man-db)"
+    for page in man/*.1; do
+        name=$(basename "$page" .1)
+        MANPAGER=cat man -M "$prefix/share/man" "$name" 2>/dev/null | grep -q "^NAME" \
+            || fail "man -M $prefix/share/man $name finds no page"
+    done
+fi
 
 # A CA, one certificate it revokes and one it does not, and its CRL.
 pki="$work/pki"

@@ -11,6 +11,7 @@ packages=(
     libcurl4-openssl-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     clang libclang-rt-14-dev
+    gnutls-bin man-db
 )
 
 missing=()

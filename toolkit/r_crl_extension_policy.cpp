@@ -8,12 +8,11 @@
 namespace {
 
 bool crl_extension_processed(int nid) {
-    return nid == NID_crl_number || nid == NID_authority_key_identifier ||
-           nid == NID_issuing_distribution_point;
+    return R_CRL_extension_handling(nid, 0) == R_CRL_EXT_PROCESSED;
 }
 
 bool entry_extension_processed(int nid) {
-    return nid == NID_crl_reason || nid == NID_invalidity_date;
+    return R_CRL_extension_handling(nid, 1) == R_CRL_EXT_PROCESSED;
 }
 
 template <typename Processed>
@@ -30,11 +29,23 @@ bool critical_extensions_processed(const STACK_OF(X509_EXTENSION) * extensions,
 
 } // namespace
 
+extern "C" int R_CRL_extension_handling(int nid, int inEntry) {
+    if (inEntry != 0)
+        return nid == NID_crl_reason || nid == NID_invalidity_date ? R_CRL_EXT_PROCESSED
+                                                                   : R_CRL_EXT_IGNORED;
+    // A delta CRL lists only changes since its base: taken alone, it would
+    // call valid what the base revoked, critical flag or not.
+    if (nid == NID_delta_crl)
+        return R_CRL_EXT_REFUSED;
+    return nid == NID_crl_number || nid == NID_authority_key_identifier ||
+                   nid == NID_issuing_distribution_point
+               ? R_CRL_EXT_PROCESSED
+               : R_CRL_EXT_IGNORED;
+}
+
 bool r_crl_extensions_processable(const X509_CRL* crl) {
     if (!critical_extensions_processed(X509_CRL_get0_extensions(crl), crl_extension_processed))
         return false;
-    // A delta CRL lists only changes since its base: taken alone, it would
-    // call valid what the base revoked, critical flag or not.
     if (X509_CRL_get_ext_by_NID(crl, NID_delta_crl, -1) >= 0)
         return false;
     STACK_OF(X509_REVOKED)* entries = X509_CRL_get_REVOKED(const_cast<X509_CRL*>(crl));

@@ -11,7 +11,7 @@ extern "C" int R_LIB_CTX_new(uint32_t kind, R_LIB_CTX** libCtx) {
     *libCtx = nullptr;
     if (kind != R_LIB_CTX_SHARED && kind != R_LIB_CTX_ISOLATED)
         return R_ERROR_FAILED;
-    auto* made = new (std::nothrow) R_LIB_CTX{nullptr, false};
+    auto* made = new (std::nothrow) R_LIB_CTX{};
     if (made == nullptr)
         return R_ERROR_ALLOC_FAILURE;
     if (kind == R_LIB_CTX_ISOLATED) {
@@ -32,6 +32,15 @@ extern "C" int R_LIB_CTX_free(R_LIB_CTX* libCtx) {
     if (libCtx->owned)
         OSSL_LIB_CTX_free(libCtx->ossl);
     delete libCtx;
+    return R_ERROR_NONE;
+}
+
+extern "C" int R_LIB_CTX_set_time(R_LIB_CTX* libCtx, int fixed, int64_t seconds) {
+    if (libCtx == nullptr)
+        return R_ERROR_NULL_ARG;
+    // The seconds first, so that a reader who sees the flag sees them too.
+    libCtx->fixedSeconds.store(seconds);
+    libCtx->timeFixed.store(fixed != 0);
     return R_ERROR_NONE;
 }
 

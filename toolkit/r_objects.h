@@ -5,6 +5,7 @@
 #ifndef QXCRL_TOOLKIT_R_OBJECTS_H
 #define QXCRL_TOOLKIT_R_OBJECTS_H
 
+#include <atomic>
 #include <new>
 
 #include <openssl/err.h>
@@ -17,6 +18,10 @@
 struct R_LIB_CTX {
     OSSL_LIB_CTX* ossl; /* NULL stands for OpenSSL's default context */
     bool owned;
+    // The time R_TIME_time gives in this context, when fixed; a layer
+    // instance judges "now" at a chosen time without touching the process's clock.
+    std::atomic<bool> timeFixed{false};
+    std::atomic<int64_t> fixedSeconds{0};
 };
 
 struct R_CERT_CTX {
@@ -67,7 +72,8 @@ struct R_TIME_CTX {
 };
 
 struct R_TIME {
-    int64_t seconds; /* since 1970-01-01 UTC */
+    int64_t seconds;                   /* since 1970-01-01 UTC */
+    const R_LIB_CTX* libCtx = nullptr; /* whose fixed time R_TIME_time honours */
 };
 
 struct R_EXT {

@@ -154,21 +154,23 @@ extern "C" int R_TIME_CTX_free(R_TIME_CTX* timeCtx) {
 extern "C" int R_TIME_new(R_TIME_CTX* timeCtx, R_TIME** time) {
     if (timeCtx == nullptr || time == nullptr)
         return R_ERROR_NULL_ARG;
-    *time = new (std::nothrow) R_TIME{0};
+    *time = new (std::nothrow) R_TIME{0, timeCtx->libCtx};
     return *time == nullptr ? R_ERROR_ALLOC_FAILURE : R_ERROR_NONE;
 }
 
 extern "C" int R_TIME_time(R_TIME* time) {
     if (time == nullptr)
         return R_ERROR_NULL_ARG;
-    time->seconds = currentClock.load()();
+    const R_LIB_CTX* libCtx = time->libCtx;
+    time->seconds = libCtx != nullptr && libCtx->timeFixed.load() ? libCtx->fixedSeconds.load()
+                                                                  : currentClock.load()();
     return R_ERROR_NONE;
 }
 
 extern "C" int R_TIME_dup(R_TIME* time, R_TIME** copy) {
     if (time == nullptr || copy == nullptr)
         return R_ERROR_NULL_ARG;
-    *copy = new (std::nothrow) R_TIME{time->seconds};
+    *copy = new (std::nothrow) R_TIME{time->seconds, time->libCtx};
     return *copy == nullptr ? R_ERROR_ALLOC_FAILURE : R_ERROR_NONE;
 }
 

@@ -44,6 +44,12 @@ extern "C" {
 int R_LIB_CTX_new(uint32_t kind, R_LIB_CTX** libCtx);
 int R_LIB_CTX_free(R_LIB_CTX* libCtx);
 
+/*
+ * With fixed non-zero, R_TIME_time on times made in libCtx gives seconds
+ * instead of the clock's now; with fixed 0 they read the clock again.
+ */
+int R_LIB_CTX_set_time(R_LIB_CTX* libCtx, int fixed, int64_t seconds);
+
 /* A certificate context makes names and certificates in libCtx, which it borrows. */
 int R_CERT_CTX_new(R_LIB_CTX* libCtx, R_CERT_CTX** certCtx);
 int R_CERT_CTX_free(R_CERT_CTX* certCtx);
@@ -65,6 +71,13 @@ int R_CRL_new(R_LIB_CTX* libCtx, uint32_t flags, R_CRL** crl);
  */
 int R_CRL_from_binary(R_LIB_CTX* libCtx, uint32_t flags, uint32_t length, const unsigned char* der,
                       uint32_t* consumed, R_CRL** crl);
+
+/* How R_CRL_from_binary takes an extension, by its OpenSSL NID. */
+#define R_CRL_EXT_IGNORED 0   /* read past when not critical; refuses the CRL when critical */
+#define R_CRL_EXT_PROCESSED 1 /* taken into account, critical or not */
+#define R_CRL_EXT_REFUSED 2   /* refuses the CRL, critical or not */
+/* For an extension of the CRL itself (inEntry 0) or of one of its entries. */
+int R_CRL_extension_handling(int nid, int inEntry);
 
 /*
  * Encodes crl as DER. With bufferSize 0 and no buffer, stores only the length.
@@ -299,7 +312,7 @@ int R_TIME_CTX_new(R_LIB_CTX* libCtx, uint32_t flags, R_TIME_CTX** timeCtx);
 int R_TIME_CTX_free(R_TIME_CTX* timeCtx);
 /* A new time at 0 (1970-01-01T00:00:00Z). */
 int R_TIME_new(R_TIME_CTX* timeCtx, R_TIME** time);
-/* Sets time to the clock's now. */
+/* Sets time to the clock's now, or to its library context's fixed time. */
 int R_TIME_time(R_TIME* time);
 int R_TIME_dup(R_TIME* time, R_TIME** copy);
 /* Writes time in format into buffer (at most max bytes, no terminator); *length the bytes. */

@@ -41,6 +41,18 @@ inline Result qxcrl(const std::filesystem::path& dir, const std::string& argumen
     return result;
 }
 
+// The commands `qxcrl --help` lists, from its output.
+inline std::vector<std::string> help_commands(const std::string& help) {
+    std::vector<std::string> names;
+    const size_t start = help.find("commands:\n");
+    if (start == std::string::npos)
+        return names;
+    for (size_t at = help.find('\n', start) + 1; help.compare(at, 2, "  ") == 0;
+         at = help.find('\n', at) + 1)
+        names.push_back(help.substr(at + 2, help.find(' ', at + 2) - at - 2));
+    return names;
+}
+
 } // namespace qxtest
 
 #endif

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "cli_ca.h"
 #include "cli_run.h"
 #include "files.h"
 #include "http_server.h"
@@ -23,14 +24,7 @@ class CliTest : public ::testing::Test {
   protected:
     void SetUp() override {
         write_text(dir_ / "ca.cnf",
-                   "[ ca ]\ndefault_ca = test_ca\n"
-                   "[ test_ca ]\ndir = .\ndatabase = ./index.txt\n"
-                   "new_certs_dir = ./newcerts\ncertificate = ./ca.pem\n"
-                   "private_key = ./ca.key\nserial = ./serial\n"
-                   "crlnumber = ./crlnumber\ndefault_md = sha256\nunique_subject = no\n"
-                   "default_crl_days = 7\npolicy = policy_any\n"
-                   "[ policy_any ]\ncommonName = supplied\n"
-                   "[ crl_ext ]\nauthorityKeyIdentifier = keyid:always\n");
+                   openssl_ca_config("[ crl_ext ]\nauthorityKeyIdentifier = keyid:always\n"));
         const std::string ec = "-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes";
         ASSERT_EQ(
             run_in(dir_.path(),
@@ -96,10 +90,11 @@ TEST_F(CliTest, ShowPrintsEveryFieldAsTextAndJson) {
 TEST_F(CliTest, FailuresPrintOneErrorLineAndExit10) {
     const Result notCrl = run("show ca.pem");
     EXPECT_EQ(notCrl.exit, 10);
-    EXPECT_EQ(notCrl.err, "qxcrl: loading ca.pem: 28788 QXERR_CRL_DECODE\n");
+    EXPECT_EQ(notCrl.err, "qxcrl: loading ca.pem: 28788 QXERR_CRL_DECODE (not a CRL in DER, nor "
+                          "in PEM under a CRL label)\n");
     const Result missing = run("verify crl.pem --issuer nowhere.pem");
     EXPECT_EQ(missing.exit, 10);
-    EXPECT_EQ(missing.err, "qxcrl: loading nowhere.pem: 29390 QXL_ERR_FILE\n");
+    EXPECT_EQ(missing.err, "qxcrl: loading nowhere.pem: 29390 QXL_ERR_FILE (no such file)\n");
     const Result badUsage = run("show");
     EXPECT_EQ(badUsage.exit, 64);
     EXPECT_NE(badUsage.err.find("usage: qxcrl show"), std::string::npos);
@@ -108,8 +103,8 @@ TEST_F(CliTest, FailuresPrintOneErrorLineAndExit10) {
 TEST_F(CliTest, HelpOnEveryCommand) {
     const Result top = run("--help");
     ASSERT_EQ(top.exit, 0);
-    for (const char* command : {"demo", "show", "verify", "status", "hash", "create", "revoke",
-                                "next-update", "fetch", "store", "stored"}) {
+    for (const char* command : {"demo", "show", "verify", "status", "convert", "hash", "rehash",
+                                "create", "revoke", "next-update", "fetch", "store", "stored"}) {
         SCOPED_TRACE(command);
         EXPECT_NE(top.out.find(std::string("  ") + command + " "), std::string::npos);
         const Result help = run(std::string(command) + " --help");
@@ -170,7 +165,8 @@ TEST_F(CliTest, StatusAnswersFromEveryCrlOfEveryFile) {
         EXPECT_EQ(result.out, "revoked\n");
         result = run(std::string("status --cert good.pem --json ") + crls);
         EXPECT_EQ(result.exit, 0) << result.err;
-        EXPECT_EQ(result.out, "{\"status\":\"valid\",\"verified\":false}\n");
+        EXPECT_EQ(result.out.rfind("{\"status\":\"valid\",\"verified\":false,", 0), 0u)
+            << result.out;
     }
     Result result = run("status --cert revoked.pem --crl other.crl");
     EXPECT_EQ(result.exit, 2);
@@ -178,7 +174,10 @@ TEST_F(CliTest, StatusAnswersFromEveryCrlOfEveryFile) {
     // A CRL of the issuer's name that its key did not sign is an error.
     result = run("status --cert revoked.pem --crl crl.pem --issuer impostor.pem");
     EXPECT_EQ(result.exit, 10);
-    EXPECT_NE(result.err.find(": 29176 QXERR_CRL_SIGN\n"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find(": 29176 QXERR_CRL_SIGN (the signature is not made with the issuer's "
+                              "key)\n"),
+              std::string::npos)
+        << result.err;
 
     // An expired CRL answers only under a tolerant policy.
     ASSERT_EQ(run("next-update crl.pem --issuer ca.pem --key ca.key --next-update now "
@@ -331,7 +330,8 @@ TEST_F(CliTest, AuthoringWritesCrlsOpensslAccepts) {
 
     result = run("create --issuer ca.pem --key ca.key --next-update soon --out bad.pem");
     EXPECT_EQ(result.exit, 10);
-    EXPECT_EQ(result.err, "qxcrl: creating the CRL: 29360 QXL_ERR_INTERVAL\n");
+    EXPECT_EQ(result.err.rfind("qxcrl: creating bad.pem: 29360 QXL_ERR_INTERVAL (", 0), 0u)
+        << result.err;
     EXPECT_FALSE(std::filesystem::exists(dir_ / "bad.pem"));
 }
 
