@@ -6,9 +6,7 @@
 // verification and the status check give, against the expected outcome
 // listed for each case.
 #include <filesystem>
-#include <fstream>
 #include <set>
-#include <sstream>
 
 #include <gtest/gtest.h>
 #include <openssl/x509v3.h>
@@ -53,15 +51,8 @@ TEST_F(PkitsRevocationTest, SingleCrlCases) {
     const std::filesystem::path pkits = corpus / "pkits";
     FixedClock clock(1767225600); // 2026-01-01: the PKITS CRLs run to 2030
 
-    std::ifstream rows(pkits / "revocation_expectations.tsv");
-    std::string line;
-    std::getline(rows, line);
     std::set<std::string> covered;
-    while (std::getline(rows, line)) {
-        std::vector<std::string> f;
-        std::istringstream split(line);
-        for (std::string field; std::getline(split, field, '\t');)
-            f.push_back(field);
+    for (const std::vector<std::string>& f : read_tsv(pkits / "revocation_expectations.tsv")) {
         const std::string& id = f.at(0);
         const std::string& crlFile = f.at(7);
         const std::string& expected = f.at(9);
