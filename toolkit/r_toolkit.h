@@ -126,6 +126,10 @@ int R_CRL_get_entry_count(R_CRL* crl, uint32_t* count);
 /* Fills entry with a copy of the CRL's entry number index (from 0). */
 int R_CRL_get_entry(R_CRL* crl, uint32_t index, R_CRL_ENTRY* entry);
 
+/* The CRL's own extensions, in the order received: how many, and a copy of number index. */
+int R_CRL_get_extension_count(R_CRL* crl, uint32_t* count);
+int R_CRL_get_extension(R_CRL* crl, uint32_t index, R_EXT* ext);
+
 /*
  * R_ERROR_NONE when crl speaks for cert, R_ERROR_OUT_OF_SCOPE when it does
  * not (RFC 5280 6.3.3 (b)): the CRL's Issuing Distribution Point names a
@@ -219,6 +223,9 @@ int R_CRL_ENTRY_get_info(R_CRL_ENTRY* entry, int id, void* value);
  */
 int R_CRL_ENTRY_set_info(R_CRL_ENTRY* entry, int id, const void* value);
 int R_CRL_ENTRY_free(R_CRL_ENTRY* entry);
+/* The entry's extensions, in the order received: how many, and a copy of number index. */
+int R_CRL_ENTRY_get_extension_count(R_CRL_ENTRY* entry, uint32_t* count);
+int R_CRL_ENTRY_get_extension(R_CRL_ENTRY* entry, uint32_t index, R_EXT* ext);
 
 /* ----------------------------------------------------------- certificates */
 
@@ -340,7 +347,9 @@ int R_digest(R_LIB_CTX* libCtx, uint32_t algorithm, const unsigned char* data, u
 
 /* ------------------------------------------------------------- extensions */
 
-#define R_EXT_INFO_VALUE 1 /* R_ITEM*: the DER inside extnValue, owned by the extension */
+#define R_EXT_INFO_VALUE 1    /* R_ITEM*: the DER inside extnValue, owned by the extension */
+#define R_EXT_INFO_OID 2      /* R_ITEM*: the extnID's content octets, owned by the extension */
+#define R_EXT_INFO_CRITICAL 3 /* uint32_t*: 1 when critical, 0 when not */
 
 int R_EXT_new(R_LIB_CTX* libCtx, uint32_t flags, R_EXT** ext);
 int R_EXT_get_info(R_EXT* ext, int id, void* value);
