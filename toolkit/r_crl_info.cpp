@@ -86,14 +86,7 @@ int crl_number(const X509_CRL* crl, R_EXT* ext) {
     const int index = X509_CRL_get_ext_by_NID(crl, NID_crl_number, -1);
     if (index < 0)
         return R_ERROR_NOT_PRESENT;
-    X509_EXTENSION* copy = X509_EXTENSION_dup(X509_CRL_get_ext(crl, index));
-    if (copy == nullptr) {
-        ERR_clear_error();
-        return R_ERROR_ALLOC_FAILURE;
-    }
-    X509_EXTENSION_free(ext->x509);
-    ext->x509 = copy;
-    return R_ERROR_NONE;
+    return r_ext_fill(ext, X509_CRL_get_ext(crl, index));
 }
 
 // Fills entry with a copy of revoked.

@@ -151,6 +151,9 @@ int r_crl_time(int64_t seconds, ASN1_TIME** asn1);
  */
 void r_crl_changed(R_CRL* crl);
 
+/* Makes ext hold a copy of extension, freeing what it held. */
+int r_ext_fill(R_EXT* ext, const X509_EXTENSION* extension);
+
 /* Makes entry hold revoked (taking it), freeing what it held. */
 void r_crl_entry_set0(R_CRL_ENTRY* entry, X509_REVOKED* revoked);
 
