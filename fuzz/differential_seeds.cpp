@@ -264,6 +264,16 @@ std::vector<Recipe> recipes() {
          {{"51", revoked, {certificate_issuer("other CA", false)}}, {"52", revoked, {}}},
          {crlNumber},
          false},
+        // A reason code that does not parse (padded ENUMERATED): OpenSSL's
+        // look-up then reads no reason of any later entry.
+        {"reason-unreadable",
+         true,
+         day0,
+         day0 + 7 * day,
+         {{"61", revoked, {reason({0x0a, 0x02, 0x00, 0x01})}},
+          {"62", revoked, {reason(removeFromCrl)}}},
+         {crlNumber},
+         false},
         {"many-entries", true, day0, day0 + 7 * day, many, {crlNumber}, false},
     };
 }
