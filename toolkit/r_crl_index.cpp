@@ -1,0 +1,368 @@
+// The one pass over a CRL's entries and extensions: every element checked as
+// OpenSSL's decoder checks it, the extension policy applied, and an index
+// built so that a lookup by serial costs a hash and a compare.
+#include <cstring>
+#include <new>
+
+#include <openssl/asn1.h>
+#include <openssl/crypto.h>
+#include <openssl/err.h>
+#include <openssl/x509v3.h>
+
+#include "r_crl_parts.h"
+
+namespace {
+
+constexpr uint32_t duplicate_mark = 0x80000000u;
+constexpr uint32_t remove_from_crl = 8;
+
+// A growing list of entry offsets, from OpenSSL's allocator.
+struct Offsets {
+    uint32_t* data = nullptr;
+    uint32_t count = 0;
+    uint32_t capacity = 0;
+
+    bool push(uint32_t offset) {
+        if (count == capacity) {
+            const uint32_t grown = capacity == 0 ? 64 : capacity * 2;
+            auto* moved =
+                static_cast<uint32_t*>(OPENSSL_realloc(data, sizeof(uint32_t) * size_t{grown}));
+            if (moved == nullptr)
+                return false;
+            data = moved;
+            capacity = grown;
+        }
+        data[count++] = offset;
+        return true;
+    }
+};
+
+// Whether an entry's reason extension reads, as OpenSSL's decoder of the
+// extension reads it (it ignores what follows the ENUMERATED), and what it says.
+bool read_reason(const RDer& value, long* reason) {
+    // The form every CA writes, without a trip through OpenSSL.
+    if (value.length == 3 && value.data[0] == r_der_enumerated && value.data[1] == 1) {
+        *reason = value.data[2] < 0x80 ? value.data[2] : -1;
+        return true;
+    }
+    const unsigned char* cursor = value.data;
+    ASN1_ENUMERATED* read = d2i_ASN1_ENUMERATED(nullptr, &cursor, static_cast<long>(value.length));
+    if (read == nullptr) {
+        ERR_clear_error();
+        return false;
+    }
+    *reason = ASN1_ENUMERATED_get(read);
+    ASN1_ENUMERATED_free(read);
+    ERR_clear_error();
+    return true;
+}
+
+struct Walk {
+    bool acceptable = true; // every extension passes the policy
+    bool readingReasons = true;
+    uint32_t idpCount = 0;
+    RDer idpValue;
+};
+
+// An entry's extensions: each one well formed, the policy, and whether
+// OpenSSL would read its reason (one reason extension that decodes).
+bool walk_entry_extensions(RDer list, Walk* walk, bool* reasonReadable) {
+    uint32_t reasons = 0;
+    bool readable = true;
+    while (!list.empty()) {
+        RExtView ext;
+        if (!r_ext_next(&list, &ext))
+            return false;
+        if (!r_ext_acceptable(ext, 1))
+            walk->acceptable = false;
+        if (walk->readingReasons && r_ext_nid(ext.oid) == NID_crl_reason) {
+            long reason = 0;
+            ++reasons;
+            if (!read_reason(ext.value, &reason))
+                readable = false;
+        }
+    }
+    *reasonReadable = readable && reasons <= 1;
+    return true;
+}
+
+// One entry: SEQUENCE { serial INTEGER, date Time, extensions OPTIONAL }.
+bool walk_entry(RDer* list, Walk* walk, RDerElement* entry, RDer* serial, bool* reasonReadable) {
+    if (!r_der_take(list, r_der_sequence, entry))
+        return false;
+    RDer fields = entry->content;
+    RDerElement element;
+    if (!r_der_take(&fields, r_der_integer, &element) || !r_der_integer_ok(element.content))
+        return false;
+    *serial = element.content;
+    if (!r_der_next(&fields, &element) ||
+        (element.tag != r_der_utc_time && element.tag != r_der_generalized_time))
+        return false;
+    *reasonReadable = true;
+    if (r_der_peek(fields, r_der_sequence)) {
+        if (!r_der_take(&fields, r_der_sequence, &element) ||
+            !walk_entry_extensions(element.content, walk, reasonReadable))
+            return false;
+    }
+    return fields.empty();
+}
+
+// The serial of the entry at offset, in a list that ends at end.
+RDer serial_at(const unsigned char* der, uint32_t end, uint32_t offset) {
+    RDer rest{der + offset, end - offset};
+    RDerElement entry;
+    RDerElement serial;
+    // Checked when indexed, so only the headers are read again.
+    r_der_next(&rest, &entry);
+    RDer fields = entry.content;
+    r_der_next(&fields, &serial);
+    return serial.content;
+}
+
+bool same(const RDer& a, const RDer& b) {
+    return a.length == b.length && std::memcmp(a.data, b.data, a.length) == 0;
+}
+
+bool build_slots(const unsigned char* der, RCrlIndex* index) {
+    if (index->entryCount == 0)
+        return true;
+    uint32_t size = 2;
+    while (size < index->entryCount * uint64_t{2})
+        size *= 2;
+    index->slots = static_cast<uint32_t*>(OPENSSL_zalloc(sizeof(uint32_t) * size_t{size}));
+    if (index->slots == nullptr)
+        return false;
+    index->slotMask = size - 1;
+    const uint32_t end = index->entryList.offset + index->entryList.length;
+    for (uint32_t number = 0; number < index->entryCount; ++number) {
+        const RDer serial = serial_at(der, end, index->entryOffsets[number]);
+        for (uint32_t slot = r_serial_hash(serial) & index->slotMask;;
+             slot = (slot + 1) & index->slotMask) {
+            const uint32_t held = index->slots[slot];
+            if (held == 0) {
+                index->slots[slot] = number + 1;
+                break;
+            }
+            const uint32_t other = (held & ~duplicate_mark) - 1;
+            if (same(serial_at(der, end, index->entryOffsets[other]), serial)) {
+                index->slots[slot] = held | duplicate_mark;
+                break;
+            }
+        }
+    }
+    return true;
+}
+
+bool read_idp(const RDer& value, const X509_NAME* issuer, ISSUING_DIST_POINT** out) {
+    const unsigned char* cursor = value.data;
+    ISSUING_DIST_POINT* idp =
+        d2i_ISSUING_DIST_POINT(nullptr, &cursor, static_cast<long>(value.length));
+    if (idp == nullptr) {
+        ERR_clear_error();
+        return false;
+    }
+    const int onlyFlags = (idp->onlyuser ? 1 : 0) + (idp->onlyCA ? 1 : 0) + (idp->onlyattr ? 1 : 0);
+    const bool emptyScope = idp->distpoint == nullptr && onlyFlags == 0 &&
+                            idp->onlysomereasons == nullptr && !idp->indirectCRL;
+    // An empty IDP, or one with two "only" flags, describes no scope.
+    if (emptyScope || onlyFlags > 1 ||
+        (idp->distpoint != nullptr && DIST_POINT_set_dpname(idp->distpoint, issuer) != 1)) {
+        ERR_clear_error();
+        ISSUING_DIST_POINT_free(idp);
+        return false;
+    }
+    *out = idp;
+    return true;
+}
+
+template <typename T>
+T* decode_whole(const unsigned char* der, const RCrlSpan& span,
+                T* (*d2i)(T**, const unsigned char**, long)) {
+    const unsigned char* cursor = der + span.offset;
+    T* decoded = d2i(nullptr, &cursor, static_cast<long>(span.length));
+    ERR_clear_error();
+    return decoded;
+}
+
+int walk_extensions(const unsigned char* der, const RCrlSpan parts[R_PART_COUNT], RCrlIndex* index,
+                    Walk* walk) {
+    const RCrlSpan& part = parts[R_PART_EXTENSIONS];
+    if (part.length == 0)
+        return R_ERROR_NONE;
+    RDer outer{der + part.offset, part.length};
+    RDerElement explicitTag;
+    RDerElement list;
+    r_der_next(&outer, &explicitTag);
+    RDer inside = explicitTag.content;
+    r_der_next(&inside, &list);
+    index->extensionList = {static_cast<uint32_t>(list.content.data - der),
+                            static_cast<uint32_t>(list.content.length)};
+    RDer rest = list.content;
+    while (!rest.empty()) {
+        RExtView ext;
+        if (!r_ext_next(&rest, &ext))
+            return R_ERROR_DECODE;
+        if (!r_ext_acceptable(ext, 0))
+            walk->acceptable = false;
+        if (r_ext_nid(ext.oid) == NID_issuing_distribution_point) {
+            ++walk->idpCount;
+            walk->idpValue = ext.value;
+        }
+    }
+    return R_ERROR_NONE;
+}
+
+int walk_entries(const unsigned char* der, const RCrlSpan parts[R_PART_COUNT], RCrlIndex* index,
+                 Walk* walk) {
+    const RCrlSpan& part = parts[R_PART_ENTRIES];
+    if (part.length == 0)
+        return R_ERROR_NONE;
+    RDer outer{der + part.offset, part.length};
+    RDerElement sequence;
+    r_der_next(&outer, &sequence);
+    index->entryList = {static_cast<uint32_t>(sequence.content.data - der),
+                        static_cast<uint32_t>(sequence.content.length)};
+    Offsets offsets;
+    RDer list = sequence.content;
+    RDer previous;
+    while (!list.empty()) {
+        RDerElement entry;
+        RDer serial;
+        bool reasonReadable = true;
+        if (!walk_entry(&list, walk, &entry, &serial, &reasonReadable) ||
+            offsets.count == duplicate_mark - 1) {
+            OPENSSL_free(offsets.data);
+            return R_ERROR_DECODE;
+        }
+        if (!offsets.push(static_cast<uint32_t>(entry.whole.data - der))) {
+            OPENSSL_free(offsets.data);
+            return R_ERROR_ALLOC_FAILURE;
+        }
+        if (walk->readingReasons && !reasonReadable) {
+            walk->readingReasons = false;
+            index->reasonsReadUpTo = offsets.count - 1;
+        }
+        if (!previous.empty() && r_serial_order(previous, serial) > 0)
+            index->entriesSorted = false;
+        previous = serial;
+    }
+    index->entryOffsets = offsets.data;
+    index->entryCount = offsets.count;
+    if (walk->readingReasons)
+        index->reasonsReadUpTo = offsets.count;
+    return R_ERROR_NONE;
+}
+
+} // namespace
+
+void r_crl_index_free(RCrlIndex* index) {
+    OPENSSL_free(index->entryOffsets);
+    OPENSSL_free(index->slots);
+    X509_NAME_free(index->issuer);
+    X509_ALGOR_free(index->signatureAlgorithm);
+    ISSUING_DIST_POINT_free(index->idp);
+    *index = RCrlIndex{};
+}
+
+int r_crl_index_build(const unsigned char* der, const RCrlSpan parts[R_PART_COUNT],
+                      RCrlIndex* out) {
+    RCrlIndex index;
+    Walk walk;
+    // What OpenSSL's decoder checks comes first, so that a CRL it refuses is
+    // refused as undecodable even when the policy would refuse it too.
+    int status = R_ERROR_NONE;
+    const RCrlSpan& issuer = parts[R_PART_ISSUER];
+    const RCrlSpan& algorithm = parts[R_PART_SIGNATURE_ALGORITHM];
+    if (issuer.length != 0 &&
+        (index.issuer = decode_whole<X509_NAME>(der, issuer, d2i_X509_NAME)) == nullptr)
+        status = R_ERROR_DECODE;
+    if (status == R_ERROR_NONE && algorithm.length != 0 &&
+        (index.signatureAlgorithm = decode_whole<X509_ALGOR>(der, algorithm, d2i_X509_ALGOR)) ==
+            nullptr)
+        status = R_ERROR_DECODE;
+    if (status == R_ERROR_NONE)
+        status = walk_extensions(der, parts, &index, &walk);
+    if (status == R_ERROR_NONE)
+        status = walk_entries(der, parts, &index, &walk);
+    if (status == R_ERROR_NONE &&
+        (!walk.acceptable || walk.idpCount > 1 ||
+         (walk.idpCount == 1 && !read_idp(walk.idpValue, index.issuer, &index.idp))))
+        status = R_ERROR_UNSUPPORTED;
+    if (status == R_ERROR_NONE && !build_slots(der, &index))
+        status = R_ERROR_ALLOC_FAILURE;
+    if (status != R_ERROR_NONE) {
+        r_crl_index_free(&index);
+        return status;
+    }
+    *out = index;
+    return R_ERROR_NONE;
+}
+
+RDer r_crl_entry_element(const R_CRL* crl, uint32_t number) {
+    RDer rest{crl->der + crl->index.entryOffsets[number],
+              crl->length - crl->index.entryOffsets[number]};
+    RDerElement entry;
+    r_der_next(&rest, &entry);
+    return entry.whole;
+}
+
+REntryView r_entry_view(RDer element) {
+    REntryView view;
+    RDerElement entry;
+    RDerElement field;
+    r_der_next(&element, &entry);
+    RDer fields = entry.content;
+    r_der_next(&fields, &field);
+    view.serial = field.content;
+    r_der_next(&fields, &field);
+    view.date = field.whole;
+    if (!fields.empty() && r_der_next(&fields, &field))
+        view.extensions = field.content;
+    return view;
+}
+
+bool r_crl_entry_removed(const R_CRL* crl, uint32_t number) {
+    // Past the first reason OpenSSL could not read, it reads none.
+    if (number >= crl->index.reasonsReadUpTo)
+        return false;
+    RDer list = r_entry_view(r_crl_entry_element(crl, number)).extensions;
+    RExtView ext;
+    while (r_ext_next(&list, &ext)) {
+        long reason = 0;
+        if (r_ext_nid(ext.oid) == NID_crl_reason)
+            return read_reason(ext.value, &reason) && reason == remove_from_crl;
+    }
+    return false;
+}
+
+int r_crl_index_find(const R_CRL* crl, const RDer& serial, uint32_t* number) {
+    const RCrlIndex& index = crl->index;
+    if (index.entryCount == 0)
+        return R_ERROR_NOT_FOUND;
+    const uint32_t end = index.entryList.offset + index.entryList.length;
+    for (uint32_t slot = r_serial_hash(serial) & index.slotMask;;
+         slot = (slot + 1) & index.slotMask) {
+        const uint32_t held = index.slots[slot];
+        if (held == 0)
+            return R_ERROR_NOT_FOUND;
+        const uint32_t found = (held & ~duplicate_mark) - 1;
+        if (!same(serial_at(crl->der, end, index.entryOffsets[found]), serial))
+            continue;
+        if ((held & duplicate_mark) == 0) {
+            // removeFromCRL takes a certificate off the list again.
+            if (r_crl_entry_removed(crl, found))
+                return R_ERROR_NOT_FOUND;
+            *number = found;
+            return R_ERROR_NONE;
+        }
+        // Listed more than once: any entry that does not take it off revokes it.
+        for (uint32_t other = found; other < index.entryCount; ++other) {
+            if (same(serial_at(crl->der, end, index.entryOffsets[other]), serial) &&
+                !r_crl_entry_removed(crl, other)) {
+                *number = other;
+                return R_ERROR_NONE;
+            }
+        }
+        return R_ERROR_NOT_FOUND;
+    }
+}
