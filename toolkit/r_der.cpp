@@ -30,7 +30,7 @@ bool long_length(const unsigned char* octets, size_t available, unsigned count, 
 
 } // namespace
 
-bool r_der_next(RDer* in, RDerElement* element) {
+bool r_der_next_long(RDer* in, RDerElement* element) {
     if (in->length < 2)
         return false;
     const unsigned char tag = in->data[0];
@@ -59,14 +59,6 @@ bool r_der_next(RDer* in, RDerElement* element) {
 
 bool r_der_peek(const RDer& in, unsigned char tag) {
     return !in.empty() && (in.data[0] & ~r_der_constructed) == (tag & ~r_der_constructed);
-}
-
-bool r_der_take(RDer* in, unsigned char tag, RDerElement* element) {
-    RDer rest = *in;
-    if (!r_der_next(&rest, element) || element->tag != tag)
-        return false;
-    *in = rest;
-    return true;
 }
 
 bool r_der_integer_ok(const RDer& content) {

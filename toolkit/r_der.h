@@ -41,18 +41,41 @@ struct RDerElement {
     RDer whole;
 };
 
+/* r_der_next for a length in the long form. */
+bool r_der_next_long(RDer* in, RDerElement* element);
+
 /*
  * Takes the next element off the front of *in. False, with *in unchanged,
  * when the header is malformed, the content runs past the end, or the
  * element uses a BER-only form.
  */
-bool r_der_next(RDer* in, RDerElement* element);
+inline bool r_der_next(RDer* in, RDerElement* element) {
+    // Inline for the short form, which nearly every element of a CRL has.
+    if (in->length < 2 || (in->data[1] & 0x80) != 0)
+        return r_der_next_long(in, element);
+    const unsigned char tag = in->data[0];
+    const size_t length = in->data[1];
+    if ((tag & 0x1f) == 0x1f || length > in->length - 2)
+        return false;
+    element->tag = tag;
+    element->content = {in->data + 2, length};
+    element->whole = {in->data, 2 + length};
+    in->data += 2 + length;
+    in->length -= 2 + length;
+    return true;
+}
 
 /* Whether the next element has tag's class and number, constructed or not. */
 bool r_der_peek(const RDer& in, unsigned char tag);
 
 /* Takes the next element, which must carry exactly tag; false otherwise. */
-bool r_der_take(RDer* in, unsigned char tag, RDerElement* element);
+inline bool r_der_take(RDer* in, unsigned char tag, RDerElement* element) {
+    RDer rest = *in;
+    if (!r_der_next(&rest, element) || element->tag != tag)
+        return false;
+    *in = rest;
+    return true;
+}
 
 /* INTEGER content octets as OpenSSL takes them: not empty, no padding octet. */
 bool r_der_integer_ok(const RDer& content);

@@ -67,6 +67,9 @@ RDer magnitude(const RDer& content, RBytes* negative, bool* isNegative) {
 } // namespace
 
 int r_serial_order(const RDer& a, const RDer& b) {
+    // Positive serials of one length compare as their octets.
+    if (a.length == b.length && (a.data[0] & 0x80) == 0 && (b.data[0] & 0x80) == 0)
+        return std::memcmp(a.data, b.data, a.length);
     RBytes aNegative;
     RBytes bNegative;
     bool aIsNegative = false;
