@@ -41,7 +41,7 @@ int parse_dist_points(R_CERT* cert) {
 
 // Takes x509 (freed on failure) into a new *cert.
 int adopt(X509* x509, R_LIB_CTX* libCtx, R_CERT** cert) {
-    auto* made = new (std::nothrow) R_CERT{};
+    auto* made = r_new<R_CERT>();
     if (made == nullptr) {
         X509_free(x509);
         return R_ERROR_ALLOC_FAILURE;
@@ -159,7 +159,7 @@ extern "C" int R_CERT_free(R_CERT* cert) {
         sk_DIST_POINT_pop_free(cert->distPoints, DIST_POINT_free);
         r_integer_octets_free(&cert->serial);
         X509_free(cert->x509);
-        delete cert;
+        r_delete(cert);
     }
     return R_ERROR_NONE;
 }

@@ -82,7 +82,7 @@ extern "C" int R_CRL_free(R_CRL* crl) {
     if (crl != nullptr) {
         r_crl_index_free(&crl->index);
         OPENSSL_free(crl->der);
-        delete crl;
+        r_delete(crl);
     }
     return R_ERROR_NONE;
 }

@@ -122,7 +122,7 @@ extern "C" int R_CRL_ENTRY_set_info(R_CRL_ENTRY* entry, int id, const void* valu
 }
 
 extern "C" int R_CRL_ENTRY_free(R_CRL_ENTRY* entry) {
-    delete entry;
+    r_delete(entry);
     return R_ERROR_NONE;
 }
 

@@ -38,6 +38,6 @@ extern "C" int R_EXT_get_info(R_EXT* ext, int id, void* value) {
 }
 
 extern "C" int R_EXT_free(R_EXT* ext) {
-    delete ext;
+    r_delete(ext);
     return R_ERROR_NONE;
 }

@@ -7,6 +7,9 @@
 
 #include <atomic>
 #include <new>
+#include <utility>
+
+#include <openssl/crypto.h>
 
 #include <openssl/err.h>
 #include <openssl/types.h>
@@ -120,8 +123,9 @@ struct R_CERT {
     int distPointStatus = R_ERROR_NONE;
 };
 
+/* A name: its DER as received. */
 struct R_CERT_NAME {
-    X509_NAME* x509;
+    RBytes der;
 };
 
 struct R_TIME_CTX {
@@ -144,6 +148,23 @@ void r_integer_octets_free(R_INTEGER_OCTETS* octets);
 /* An item over the content octets, owned by octets. */
 void r_integer_octets_item(const R_INTEGER_OCTETS& octets, R_ITEM* item);
 
+/*
+ * A new T built from args, in memory from OpenSSL's allocator, so that
+ * allocation-failure tests reach every toolkit object; NULL when out of memory.
+ */
+template <typename T, typename... Args> T* r_new(Args&&... args) {
+    void* memory = OPENSSL_malloc(sizeof(T));
+    return memory == nullptr ? nullptr : new (memory) T{std::forward<Args>(args)...};
+}
+
+/* Destroys and releases an object made by r_new; NULL is allowed. */
+template <typename T> void r_delete(T* object) {
+    if (object != nullptr) {
+        object->~T();
+        OPENSSL_free(object);
+    }
+}
+
 /* A new holder for *out made in libCtx (flags must be 0), empty but for libCtx. */
 template <typename T> int r_new_holder(R_LIB_CTX* libCtx, uint32_t flags, T** out) {
     if (libCtx == nullptr || out == nullptr)
@@ -151,7 +172,7 @@ template <typename T> int r_new_holder(R_LIB_CTX* libCtx, uint32_t flags, T** ou
     *out = nullptr;
     if (flags != 0)
         return R_ERROR_FAILED;
-    *out = new (std::nothrow) T{};
+    *out = r_new<T>();
     if (*out == nullptr)
         return R_ERROR_ALLOC_FAILURE;
     (*out)->libCtx = libCtx;
@@ -193,10 +214,6 @@ ASN1_TIME* r_time_to_asn1(int64_t seconds, ASN1_TIME* reuse);
  * before 1950 or after 9999, where RFC 5280's two encodings end.
  */
 int r_crl_time(int64_t seconds, ASN1_TIME** asn1);
-
-/* A name's DER as received into buffer; a size query when buffer is NULL. */
-int r_name_der_out(const X509_NAME* name, uint32_t bufferSize, unsigned char* buffer,
-                   uint32_t* length);
 
 /* A new R_CERT_NAME holding a copy of name (the received DER kept), or NULL. */
 R_CERT_NAME* r_cert_name_dup(const X509_NAME* name);
