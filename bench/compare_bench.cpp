@@ -36,9 +36,11 @@ Layer& layer() {
     return instance;
 }
 
-// The one T made from key, made on first use and kept for the run.
+// The one T made from key, made on first use and kept for the run. Never
+// destroyed: what it holds is freed through the layer, which exit may have
+// destroyed first.
 template <typename T, typename Key> T& made_for(const Key& key) {
-    static std::map<Key, std::unique_ptr<T>> made;
+    static auto& made = *new std::map<Key, std::unique_ptr<T>>;
     auto& slot = made[key];
     if (!slot)
         slot = std::make_unique<T>(key);
