@@ -19,7 +19,7 @@ extern "C" int R_CRL_new(R_LIB_CTX* libCtx, uint32_t flags, R_CRL** crl) {
         return status;
     RCrlDraft draft;
     r_crl_draft_set(&draft, R_PART_ISSUER, RDer{empty_name, sizeof empty_name});
-    if (const int status = r_crl_commit(*crl, draft); status != R_ERROR_NONE) {
+    if (const int status = r_crl_commit(*crl, draft, nullptr); status != R_ERROR_NONE) {
         R_CRL_free(*crl);
         *crl = nullptr;
         return status;
@@ -51,7 +51,7 @@ extern "C" int R_CRL_from_binary(R_LIB_CTX* libCtx, uint32_t flags, uint32_t len
     made->length = static_cast<uint32_t>(taken);
     made->tbs = tbs;
     std::memcpy(made->parts, parts, sizeof parts);
-    if (const int status = r_crl_index_build(made->der, made->parts, &made->index);
+    if (const int status = r_crl_index_build(made->der, made->parts, nullptr, &made->index);
         status != R_ERROR_NONE) {
         R_CRL_free(made);
         return status;

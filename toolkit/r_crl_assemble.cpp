@@ -75,7 +75,7 @@ void r_crl_draft_set(RCrlDraft* draft, RCrlPart part, RDer bytes) {
     set.pieces[0] = bytes;
 }
 
-int r_crl_commit(R_CRL* crl, const RCrlDraft& draft) {
+int r_crl_write(const RCrlDraft& draft, RCrlWritten* written) {
     size_t tbsContent = 0;
     for (int part = R_PART_VERSION; part <= R_PART_EXTENSIONS; ++part)
         tbsContent += written_size(draft.parts[part], part);
@@ -88,28 +88,37 @@ int r_crl_commit(R_CRL* crl, const RCrlDraft& draft) {
     auto* der = static_cast<unsigned char*>(OPENSSL_malloc(total));
     if (der == nullptr)
         return R_ERROR_ALLOC_FAILURE;
-    RCrlSpan parts[R_PART_COUNT];
     unsigned char* out = r_der_write_header(der, r_der_sequence, outerContent);
-    const RCrlSpan tbsSpan{static_cast<uint32_t>(out - der), static_cast<uint32_t>(tbs)};
+    written->tbs = {static_cast<uint32_t>(out - der), static_cast<uint32_t>(tbs)};
     out = r_der_write_header(out, r_der_sequence, tbsContent);
     for (int part = 0; part < R_PART_COUNT; ++part) {
         const size_t size = written_size(draft.parts[part], part);
-        parts[part] = {size == 0 ? 0 : static_cast<uint32_t>(out - der),
-                       static_cast<uint32_t>(size)};
+        written->parts[part] = {size == 0 ? 0 : static_cast<uint32_t>(out - der),
+                                static_cast<uint32_t>(size)};
         if (size > 0)
             out = write_part(out, draft.parts[part], part);
     }
+    written->der = der;
+    written->length = static_cast<uint32_t>(total);
+    return R_ERROR_NONE;
+}
+
+int r_crl_commit(R_CRL* crl, const RCrlDraft& draft, const RCrlKnownEntries* known) {
+    RCrlWritten written;
+    if (const int status = r_crl_write(draft, &written); status != R_ERROR_NONE)
+        return status;
     RCrlIndex index;
-    if (const int status = r_crl_index_build(der, parts, &index); status != R_ERROR_NONE) {
-        OPENSSL_free(der);
+    if (const int status = r_crl_index_build(written.der, written.parts, known, &index);
+        status != R_ERROR_NONE) {
+        OPENSSL_free(written.der);
         return status;
     }
     r_crl_index_free(&crl->index);
     OPENSSL_free(crl->der);
-    crl->der = der;
-    crl->length = static_cast<uint32_t>(total);
-    crl->tbs = tbsSpan;
-    std::memcpy(crl->parts, parts, sizeof parts);
+    crl->der = written.der;
+    crl->length = written.length;
+    crl->tbs = written.tbs;
+    std::memcpy(crl->parts, written.parts, sizeof written.parts);
     crl->index = index;
     return R_ERROR_NONE;
 }

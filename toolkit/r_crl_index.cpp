@@ -109,10 +109,14 @@ bool walk_entry(RDer* list, Walk* walk, RDerElement* entry, RDer* serial, bool* 
 
 // The serial of the entry at offset, in a list that ends at end.
 RDer serial_at(const unsigned char* der, uint32_t end, uint32_t offset) {
-    RDer rest{der + offset, end - offset};
+    const unsigned char* at = der + offset;
+    // Checked when indexed, so only the headers are read again; most entries
+    // and serials are short enough for one length octet each.
+    if (at[1] < 0x80 && at[3] < 0x80)
+        return {at + 4, at[3]};
+    RDer rest{at, end - offset};
     RDerElement entry;
     RDerElement serial;
-    // Checked when indexed, so only the headers are read again.
     r_der_next(&rest, &entry);
     RDer fields = entry.content;
     r_der_next(&fields, &serial);
@@ -278,6 +282,57 @@ int walk_entries(const unsigned char* der, const RCrlSpan parts[R_PART_COUNT], R
     return R_ERROR_NONE;
 }
 
+// The entries' index carried over from one that knows them: their offsets
+// moved with the list, and an inserted entry read alone.
+int carry_entries(const unsigned char* der, const RCrlSpan parts[R_PART_COUNT],
+                  const RCrlKnownEntries& known, RCrlIndex* index, Walk* walk) {
+    const RCrlIndex& from = *known.from;
+    const RCrlSpan& part = parts[R_PART_ENTRIES];
+    if (part.length == 0)
+        return R_ERROR_NONE;
+    RDer outer{der + part.offset, part.length};
+    RDerElement sequence;
+    r_der_next(&outer, &sequence);
+    const RCrlSpan list{static_cast<uint32_t>(sequence.content.data - der),
+                        static_cast<uint32_t>(sequence.content.length)};
+    const uint32_t count = from.entryCount + (known.inserted ? 1 : 0);
+    if (count == duplicate_mark)
+        return R_ERROR_DECODE;
+    index->entryList = list;
+    index->entriesSorted = from.entriesSorted;
+    index->reasonsReadUpTo = from.reasonsReadUpTo;
+    if (count == 0)
+        return R_ERROR_NONE;
+    index->entryOffsets = static_cast<uint32_t*>(OPENSSL_malloc(sizeof(uint32_t) * size_t{count}));
+    if (index->entryOffsets == nullptr)
+        return R_ERROR_ALLOC_FAILURE;
+    index->entryCount = count;
+    const uint32_t place = known.inserted ? known.place : from.entryCount;
+    const uint32_t added = list.length - from.entryList.length;
+    for (uint32_t number = 0; number < from.entryCount; ++number) {
+        const uint32_t relative = from.entryOffsets[number] - from.entryList.offset;
+        index->entryOffsets[number < place ? number : number + 1] =
+            list.offset + relative + (number < place ? 0 : added);
+    }
+    if (!known.inserted)
+        return R_ERROR_NONE;
+    const uint32_t relative = place < from.entryCount
+                                  ? from.entryOffsets[place] - from.entryList.offset
+                                  : from.entryList.length;
+    index->entryOffsets[place] = list.offset + relative;
+    RDer element{der + list.offset + relative, added};
+    RDerElement entry;
+    RDer serial;
+    bool reasonReadable = true;
+    if (!walk_entry(&element, walk, &entry, &serial, &reasonReadable) || !element.empty())
+        return R_ERROR_DECODE;
+    // OpenSSL stops reading reasons at the first it cannot read.
+    const bool allRead = from.reasonsReadUpTo == from.entryCount;
+    if (allRead || place <= from.reasonsReadUpTo)
+        index->reasonsReadUpTo = reasonReadable ? index->reasonsReadUpTo + 1 : place;
+    return R_ERROR_NONE;
+}
+
 } // namespace
 
 void r_crl_index_free(RCrlIndex* index) {
@@ -290,7 +345,7 @@ void r_crl_index_free(RCrlIndex* index) {
 }
 
 int r_crl_index_build(const unsigned char* der, const RCrlSpan parts[R_PART_COUNT],
-                      RCrlIndex* out) {
+                      const RCrlKnownEntries* known, RCrlIndex* out) {
     RCrlIndex index;
     Walk walk;
     // What OpenSSL's decoder checks comes first, so that a CRL it refuses is
@@ -308,7 +363,8 @@ int r_crl_index_build(const unsigned char* der, const RCrlSpan parts[R_PART_COUN
     if (status == R_ERROR_NONE)
         status = walk_extensions(der, parts, &index, &walk);
     if (status == R_ERROR_NONE)
-        status = walk_entries(der, parts, &index, &walk);
+        status = known != nullptr ? carry_entries(der, parts, *known, &index, &walk)
+                                  : walk_entries(der, parts, &index, &walk);
     if (status == R_ERROR_NONE &&
         (!walk.acceptable || walk.idpCount > 1 ||
          (walk.idpCount == 1 && !read_idp(walk.idpValue, index.issuer, &index.idp))))

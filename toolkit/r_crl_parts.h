@@ -46,12 +46,23 @@ int r_crl_layout(const unsigned char* der, size_t length, RCrlSpan parts[R_PART_
                  RCrlSpan* tbs, size_t* consumed);
 
 /*
+ * Entries of a CRL being written that an index already knows: the same
+ * entries in the same order, with one more perhaps inserted as number place.
+ */
+struct RCrlKnownEntries {
+    const RCrlIndex* from = nullptr;
+    bool inserted = false;
+    uint32_t place = 0;
+};
+
+/*
  * The one pass over the entries and extensions of the CRL in der whose parts
  * are given: checks them, applies the extension policy (R_ERROR_UNSUPPORTED)
- * and fills index. On failure index is left empty.
+ * and fills index. With known, the entries it describes are not read again,
+ * only an inserted one. On failure index is left empty.
  */
 int r_crl_index_build(const unsigned char* der, const RCrlSpan parts[R_PART_COUNT],
-                      RCrlIndex* index);
+                      const RCrlKnownEntries* known, RCrlIndex* index);
 void r_crl_index_free(RCrlIndex* index);
 
 /* ----------------------------------------------------------------- entries */
@@ -114,11 +125,21 @@ void r_crl_draft_of(const R_CRL* crl, RCrlDraft* draft);
 /* Sets a part to one piece; an empty piece makes the part absent. */
 void r_crl_draft_set(RCrlDraft* draft, RCrlPart part, RDer bytes);
 
+/* A draft written out: its bytes (OpenSSL's allocator), where its parts lie. */
+struct RCrlWritten {
+    unsigned char* der = nullptr;
+    uint32_t length = 0;
+    RCrlSpan tbs;
+    RCrlSpan parts[R_PART_COUNT];
+};
+int r_crl_write(const RCrlDraft& draft, RCrlWritten* written);
+
 /*
- * Writes draft as crl's new bytes and indexes them. The pieces may point into
- * crl's bytes. On failure crl is unchanged.
+ * Writes draft as crl's new bytes and indexes them (known as for
+ * r_crl_index_build, or NULL). The pieces may point into crl's bytes. On
+ * failure crl is unchanged.
  */
-int r_crl_commit(R_CRL* crl, const RCrlDraft& draft);
+int r_crl_commit(R_CRL* crl, const RCrlDraft& draft, const RCrlKnownEntries* known);
 
 /* Whether crl has every part a CRL must have to be written. */
 bool r_crl_complete(const R_CRL* crl);

@@ -228,17 +228,18 @@ struct Signing {
     std::vector<unsigned char> algorithm;
     std::vector<unsigned char> extensions;
     std::vector<unsigned char> sortedEntries;
-    R_CRL unsigned_{};
+    std::vector<unsigned char> signature;
+    RCrlDraft draft;             // the signed CRL's parts
+    RCrlWritten unsignedBytes{}; // the draft written without its signature
 
     ~Signing() {
         EVP_MD_CTX_free(context);
-        r_crl_index_free(&unsigned_.index);
-        OPENSSL_free(unsigned_.der);
+        OPENSSL_free(unsignedBytes.der);
     }
 };
 
-// Writes crl's signed form into signing.unsigned_ without its signature.
-int write_unsigned(R_CRL* crl, X509* issuer, Signing* signing) {
+// The signed CRL's parts: crl's, with what the issuer decides.
+int prepare(R_CRL* crl, X509* issuer, Signing* signing) {
     const unsigned char* subject = nullptr;
     size_t subjectLength = 0;
     if (X509_NAME_get0_der(X509_get_subject_name(issuer), &subject, &subjectLength) != 1)
@@ -248,27 +249,27 @@ int write_unsigned(R_CRL* crl, X509* issuer, Signing* signing) {
         return status;
     RDer entries;
     sorted_entries(crl, &signing->sortedEntries, &entries);
-    RCrlDraft draft;
+    RCrlDraft& draft = signing->draft;
     r_crl_draft_of(crl, &draft);
     r_crl_draft_set(&draft, R_PART_VERSION, RDer{version_2, sizeof version_2});
     r_crl_draft_set(&draft, R_PART_TBS_SIGNATURE_ALGORITHM,
                     RDer{signing->algorithm.data(), signing->algorithm.size()});
     r_crl_draft_set(&draft, R_PART_ISSUER, RDer{subject, subjectLength});
     draft.parts[R_PART_ENTRIES].pieces[0] = entries;
-    draft.parts[R_PART_EXTENSIONS] = RCrlPartBytes{};
-    draft.parts[R_PART_EXTENSIONS].present = true;
-    draft.parts[R_PART_EXTENSIONS].count = 1;
-    draft.parts[R_PART_EXTENSIONS].pieces[0] = {signing->extensions.data(),
-                                                signing->extensions.size()};
+    RCrlPartBytes& extensions = draft.parts[R_PART_EXTENSIONS];
+    extensions = RCrlPartBytes{};
+    extensions.present = true;
+    extensions.count = 1;
+    extensions.pieces[0] = {signing->extensions.data(), signing->extensions.size()};
     r_crl_draft_set(&draft, R_PART_SIGNATURE_ALGORITHM, RDer{});
     r_crl_draft_set(&draft, R_PART_SIGNATURE, RDer{});
-    signing->unsigned_.libCtx = crl->libCtx;
-    return r_crl_commit(&signing->unsigned_, draft);
+    return r_crl_write(draft, &signing->unsignedBytes);
 }
 
-// Signs the written to-be-signed bytes and makes them crl's, signature and all.
+// Signs the to-be-signed bytes as written and makes the draft, signature and
+// all, crl's. Entries that were not sorted again keep their index.
 int sign_and_install(R_CRL* crl, Signing* signing) {
-    const R_CRL& written = signing->unsigned_;
+    const RCrlWritten& written = signing->unsignedBytes;
     size_t length = 0;
     const unsigned char* tbs = written.der + written.tbs.offset;
     if (EVP_DigestSign(signing->context, nullptr, &length, tbs, written.tbs.length) != 1)
@@ -277,14 +278,13 @@ int sign_and_install(R_CRL* crl, Signing* signing) {
     std::vector<unsigned char> bits(length + 1, 0);
     if (EVP_DigestSign(signing->context, bits.data() + 1, &length, tbs, written.tbs.length) != 1)
         return R_ERROR_CRYPTO;
-    std::vector<unsigned char> signature;
-    append_element(&signature, r_der_bit_string, bits.data(), length + 1);
-    RCrlDraft draft;
-    r_crl_draft_of(&written, &draft);
-    r_crl_draft_set(&draft, R_PART_SIGNATURE_ALGORITHM,
+    append_element(&signing->signature, r_der_bit_string, bits.data(), length + 1);
+    r_crl_draft_set(&signing->draft, R_PART_SIGNATURE_ALGORITHM,
                     RDer{signing->algorithm.data(), signing->algorithm.size()});
-    r_crl_draft_set(&draft, R_PART_SIGNATURE, RDer{signature.data(), signature.size()});
-    return r_crl_commit(crl, draft);
+    r_crl_draft_set(&signing->draft, R_PART_SIGNATURE,
+                    RDer{signing->signature.data(), signing->signature.size()});
+    const RCrlKnownEntries same{&crl->index};
+    return r_crl_commit(crl, signing->draft, signing->sortedEntries.empty() ? &same : nullptr);
 }
 
 } // namespace
@@ -310,7 +310,7 @@ extern "C" int R_CRL_sign(R_CRL* crl, R_CERT* issuer, R_PKEY* key, uint32_t algo
         int status = start_signing(key->pkey, scheme, crl->libCtx->ossl, &signing.context,
                                    &signing.algorithm);
         if (status == R_ERROR_NONE)
-            status = write_unsigned(crl, issuer->x509, &signing);
+            status = prepare(crl, issuer->x509, &signing);
         if (status == R_ERROR_NONE)
             status = sign_and_install(crl, &signing);
         // Signing can leave notes in the queue even when it succeeds.

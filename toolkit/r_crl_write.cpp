@@ -28,7 +28,8 @@ int set_update(R_CRL* crl, RCrlPart part, const R_TIME* time) {
     RCrlDraft draft;
     r_crl_draft_of(crl, &draft);
     r_crl_draft_set(&draft, part, RDer{encoded, static_cast<size_t>(length)});
-    const int status = r_crl_commit(crl, draft);
+    const RCrlKnownEntries same{&crl->index};
+    const int status = r_crl_commit(crl, draft, &same);
     OPENSSL_free(encoded);
     return status;
 }
@@ -40,7 +41,8 @@ int set_version(R_CRL* crl, uint32_t version) {
     RCrlDraft draft;
     r_crl_draft_of(crl, &draft);
     r_crl_draft_set(&draft, R_PART_VERSION, RDer{version_2, sizeof version_2});
-    return r_crl_commit(crl, draft);
+    const RCrlKnownEntries same{&crl->index};
+    return r_crl_commit(crl, draft, &same);
 }
 
 // Where an entry for serial goes: after every entry that sorts before or
@@ -105,5 +107,6 @@ extern "C" int R_CRL_add_entry(R_CRL* crl, R_CRL_ENTRY* entry) {
     entries.pieces[0] = {list.data, split};
     entries.pieces[1] = {element.data(), element.size()};
     entries.pieces[2] = {list.data + split, list.length - split};
-    return r_crl_commit(crl, draft);
+    const RCrlKnownEntries withOneMore{&crl->index, true, place};
+    return r_crl_commit(crl, draft, &withOneMore);
 }
