@@ -27,8 +27,12 @@ extern "C" int R_CRL_new(R_LIB_CTX* libCtx, uint32_t flags, R_CRL** crl) {
     return R_ERROR_NONE;
 }
 
-extern "C" int R_CRL_from_binary(R_LIB_CTX* libCtx, uint32_t flags, uint32_t length,
-                                 const unsigned char* der, uint32_t* consumed, R_CRL** crl) {
+namespace {
+
+// A CRL over the bytes at der, which hold one at their start and which it
+// keeps: owned when the caller gives them up, copied otherwise.
+int decode(R_LIB_CTX* libCtx, uint32_t flags, uint32_t length, const unsigned char* der,
+           unsigned char* owned, uint32_t* consumed, R_CRL** crl) {
     if (libCtx == nullptr || crl == nullptr || (der == nullptr && length != 0))
         return R_ERROR_NULL_ARG;
     *crl = nullptr;
@@ -42,24 +46,57 @@ extern "C" int R_CRL_from_binary(R_LIB_CTX* libCtx, uint32_t flags, uint32_t len
     R_CRL* made = nullptr;
     if (const int status = r_new_holder(libCtx, 0, &made); status != R_ERROR_NONE)
         return status;
-    made->der = static_cast<unsigned char*>(OPENSSL_malloc(taken));
-    if (made->der == nullptr) {
-        R_CRL_free(made);
-        return R_ERROR_ALLOC_FAILURE;
+    if (owned != nullptr) {
+        made->der = owned;
+    } else {
+        made->der = static_cast<unsigned char*>(OPENSSL_malloc(taken));
+        if (made->der == nullptr) {
+            R_CRL_free(made);
+            return R_ERROR_ALLOC_FAILURE;
+        }
+        std::memcpy(made->der, der, taken);
     }
-    std::memcpy(made->der, der, taken);
     made->length = static_cast<uint32_t>(taken);
     made->tbs = tbs;
     std::memcpy(made->parts, parts, sizeof parts);
     if (const int status = r_crl_index_build(made->der, made->parts, nullptr, &made->index);
         status != R_ERROR_NONE) {
+        if (owned != nullptr)
+            made->der = nullptr; // still the caller's
         R_CRL_free(made);
         return status;
+    }
+    // Bytes after the CRL are not kept; giving them back cannot fail the CRL.
+    if (owned != nullptr && taken < length) {
+        if (auto* cut = static_cast<unsigned char*>(OPENSSL_realloc(owned, taken)); cut != nullptr)
+            made->der = cut;
     }
     *crl = made;
     if (consumed != nullptr)
         *consumed = made->length;
     return R_ERROR_NONE;
+}
+
+} // namespace
+
+extern "C" unsigned char* R_BUFFER_new(uint32_t size) {
+    return static_cast<unsigned char*>(OPENSSL_malloc(size == 0 ? 1 : size));
+}
+
+extern "C" void R_BUFFER_free(unsigned char* buffer) {
+    OPENSSL_free(buffer);
+}
+
+extern "C" int R_CRL_from_binary(R_LIB_CTX* libCtx, uint32_t flags, uint32_t length,
+                                 const unsigned char* der, uint32_t* consumed, R_CRL** crl) {
+    return decode(libCtx, flags, length, der, nullptr, consumed, crl);
+}
+
+extern "C" int R_CRL_from_binary_owned(R_LIB_CTX* libCtx, uint32_t flags, uint32_t length,
+                                       unsigned char* der, uint32_t* consumed, R_CRL** crl) {
+    if (der == nullptr)
+        return R_ERROR_NULL_ARG;
+    return decode(libCtx, flags, length, der, der, consumed, crl);
 }
 
 extern "C" int R_CRL_to_binary(R_CRL* crl, uint32_t bufferSize, unsigned char* buffer,
