@@ -123,6 +123,21 @@ RDer serial_at(const unsigned char* der, uint32_t end, uint32_t offset) {
     return serial.content;
 }
 
+// Where the entry after the one at offset starts.
+uint32_t next_offset(const unsigned char* der, uint32_t end, uint32_t offset) {
+    const unsigned char* at = der + offset;
+    if (at[1] < 0x80)
+        return offset + 2 + at[1];
+    RDer rest{at, end - offset};
+    RDerElement entry;
+    r_der_next(&rest, &entry);
+    return offset + static_cast<uint32_t>(entry.whole.length);
+}
+
+uint32_t list_end(const RCrlIndex& index) {
+    return index.entryList.offset + index.entryList.length;
+}
+
 bool same(const RDer& a, const RDer& b) {
     return a.length == b.length && std::memcmp(a.data, b.data, a.length) == 0;
 }
@@ -148,12 +163,15 @@ bool build_slots(const unsigned char* der, RCrlIndex* index) {
         return false;
     }
     index->slotMask = mask;
-    const uint32_t end = index->entryList.offset + index->entryList.length;
-    auto serial = [&](uint32_t number) { return serial_at(der, end, index->entryOffsets[number]); };
+    const uint32_t end = list_end(*index);
+    // Two cursors walk the list: one hashing ahead, one inserting.
+    uint32_t aheadOffset = index->entryList.offset;
+    uint32_t offset = index->entryList.offset;
     constexpr uint32_t ahead = 16;
     uint32_t hashes[ahead];
     auto look_ahead = [&](uint32_t number) {
-        hashes[number % ahead] = r_serial_hash(serial(number));
+        hashes[number % ahead] = r_serial_hash(serial_at(der, end, aheadOffset));
+        aheadOffset = next_offset(der, end, aheadOffset);
         __builtin_prefetch(&wide[hashes[number % ahead] & mask], 1);
     };
     for (uint32_t number = 0; number < ahead && number < count; ++number)
@@ -162,6 +180,7 @@ bool build_slots(const unsigned char* der, RCrlIndex* index) {
         const uint32_t hash = hashes[number % ahead];
         if (number + ahead < count)
             look_ahead(number + ahead);
+        const RDer serial = serial_at(der, end, offset);
         for (uint32_t slot = hash & mask;; slot = (slot + 1) & mask) {
             const uint64_t held = wide[slot];
             if (held == 0) {
@@ -170,11 +189,14 @@ bool build_slots(const unsigned char* der, RCrlIndex* index) {
             }
             const auto heldEntry = static_cast<uint32_t>(held);
             if (static_cast<uint32_t>(held >> 32) == hash &&
-                same(serial((heldEntry & ~duplicate_mark) - 1), serial(number))) {
+                same(serial_at(der, end,
+                               r_crl_entry_offset(der, *index, (heldEntry & ~duplicate_mark) - 1)),
+                     serial)) {
                 wide[slot] = held | duplicate_mark;
                 break;
             }
         }
+        offset = next_offset(der, end, offset);
     }
     for (uint32_t slot = 0; slot < size; ++slot)
         index->slots[slot] = static_cast<uint32_t>(wide[slot]);
@@ -251,34 +273,37 @@ int walk_entries(const unsigned char* der, const RCrlSpan parts[R_PART_COUNT], R
     r_der_next(&outer, &sequence);
     index->entryList = {static_cast<uint32_t>(sequence.content.data - der),
                         static_cast<uint32_t>(sequence.content.length)};
-    Offsets offsets;
+    Offsets marks;
     RDer list = sequence.content;
     RDer previous;
+    uint32_t count = 0;
     while (!list.empty()) {
         RDerElement entry;
         RDer serial;
         bool reasonReadable = true;
         if (!walk_entry(&list, walk, &entry, &serial, &reasonReadable) ||
-            offsets.count == duplicate_mark - 1) {
-            OPENSSL_free(offsets.data);
+            count == duplicate_mark - 1) {
+            OPENSSL_free(marks.data);
             return R_ERROR_DECODE;
         }
-        if (!offsets.push(static_cast<uint32_t>(entry.whole.data - der))) {
-            OPENSSL_free(offsets.data);
+        if (count % r_entry_stride == 0 &&
+            !marks.push(static_cast<uint32_t>(entry.whole.data - der))) {
+            OPENSSL_free(marks.data);
             return R_ERROR_ALLOC_FAILURE;
         }
         if (walk->readingReasons && !reasonReadable) {
             walk->readingReasons = false;
-            index->reasonsReadUpTo = offsets.count - 1;
+            index->reasonsReadUpTo = count;
         }
         if (!previous.empty() && r_serial_order(previous, serial) > 0)
             index->entriesSorted = false;
         previous = serial;
+        ++count;
     }
-    index->entryOffsets = offsets.data;
-    index->entryCount = offsets.count;
+    index->marks = marks.data;
+    index->entryCount = count;
     if (walk->readingReasons)
-        index->reasonsReadUpTo = offsets.count;
+        index->reasonsReadUpTo = count;
     return R_ERROR_NONE;
 }
 
@@ -303,23 +328,27 @@ int carry_entries(const unsigned char* der, const RCrlSpan parts[R_PART_COUNT],
     index->reasonsReadUpTo = from.reasonsReadUpTo;
     if (count == 0)
         return R_ERROR_NONE;
-    index->entryOffsets = static_cast<uint32_t*>(OPENSSL_malloc(sizeof(uint32_t) * size_t{count}));
-    if (index->entryOffsets == nullptr)
+    const uint32_t markCount = (count + r_entry_stride - 1) / r_entry_stride;
+    index->marks = static_cast<uint32_t*>(OPENSSL_malloc(sizeof(uint32_t) * size_t{markCount}));
+    if (index->marks == nullptr)
         return R_ERROR_ALLOC_FAILURE;
     index->entryCount = count;
-    const uint32_t place = known.inserted ? known.place : from.entryCount;
-    const uint32_t added = list.length - from.entryList.length;
-    for (uint32_t number = 0; number < from.entryCount; ++number) {
-        const uint32_t relative = from.entryOffsets[number] - from.entryList.offset;
-        index->entryOffsets[number < place ? number : number + 1] =
-            list.offset + relative + (number < place ? 0 : added);
-    }
-    if (!known.inserted)
+    if (!known.inserted) {
+        // The same entries, moved with their list.
+        for (uint32_t mark = 0; mark < markCount; ++mark)
+            index->marks[mark] = from.marks[mark] - from.entryList.offset + list.offset;
         return R_ERROR_NONE;
-    const uint32_t relative = place < from.entryCount
-                                  ? from.entryOffsets[place] - from.entryList.offset
-                                  : from.entryList.length;
-    index->entryOffsets[place] = list.offset + relative;
+    }
+    const uint32_t end = list.offset + list.length;
+    uint32_t offset = list.offset;
+    for (uint32_t number = 0; number < count; ++number) {
+        if (number % r_entry_stride == 0)
+            index->marks[number / r_entry_stride] = offset;
+        offset = next_offset(der, end, offset);
+    }
+    const uint32_t place = known.place;
+    const uint32_t added = list.length - from.entryList.length;
+    const uint32_t relative = known.insertedAt;
     RDer element{der + list.offset + relative, added};
     RDerElement entry;
     RDer serial;
@@ -336,7 +365,7 @@ int carry_entries(const unsigned char* der, const RCrlSpan parts[R_PART_COUNT],
 } // namespace
 
 void r_crl_index_free(RCrlIndex* index) {
-    OPENSSL_free(index->entryOffsets);
+    OPENSSL_free(index->marks);
     OPENSSL_free(index->slots);
     X509_NAME_free(index->issuer);
     X509_ALGOR_free(index->signatureAlgorithm);
@@ -379,9 +408,17 @@ int r_crl_index_build(const unsigned char* der, const RCrlSpan parts[R_PART_COUN
     return R_ERROR_NONE;
 }
 
+uint32_t r_crl_entry_offset(const unsigned char* der, const RCrlIndex& index, uint32_t number) {
+    const uint32_t end = list_end(index);
+    uint32_t offset = index.marks[number / r_entry_stride];
+    for (uint32_t step = number % r_entry_stride; step > 0; --step)
+        offset = next_offset(der, end, offset);
+    return offset;
+}
+
 RDer r_crl_entry_element(const R_CRL* crl, uint32_t number) {
-    RDer rest{crl->der + crl->index.entryOffsets[number],
-              crl->length - crl->index.entryOffsets[number]};
+    const uint32_t offset = r_crl_entry_offset(crl->der, crl->index, number);
+    RDer rest{crl->der + offset, crl->length - offset};
     RDerElement entry;
     r_der_next(&rest, &entry);
     return entry.whole;
@@ -418,22 +455,33 @@ bool r_crl_entry_removed(const R_CRL* crl, uint32_t number) {
 
 namespace {
 
-// The first of the entries listing serial, found by halving a sorted list;
+// The first of the entries listing serial, found by halving the marks of
+// a sorted list and walking the entries after the last mark before it;
 // count when none does.
 uint32_t first_in_sorted(const R_CRL* crl, const RDer& serial, uint32_t end) {
     const RCrlIndex& index = crl->index;
+    const uint32_t markCount = (index.entryCount + r_entry_stride - 1) / r_entry_stride;
     uint32_t low = 0;
-    uint32_t high = index.entryCount;
+    uint32_t high = markCount;
     while (low < high) {
         const uint32_t middle = low + (high - low) / 2;
-        if (r_serial_order(serial_at(crl->der, end, index.entryOffsets[middle]), serial) < 0)
+        if (r_serial_order(serial_at(crl->der, end, index.marks[middle]), serial) < 0)
             low = middle + 1;
         else
             high = middle;
     }
-    return low < index.entryCount && same(serial_at(crl->der, end, index.entryOffsets[low]), serial)
-               ? low
-               : index.entryCount;
+    // Marks before low list smaller serials; the entry sought is after the last of them.
+    uint32_t number = low == 0 ? 0 : (low - 1) * r_entry_stride;
+    uint32_t offset = index.marks[low == 0 ? 0 : low - 1];
+    for (; number < index.entryCount; ++number) {
+        const int order = r_serial_order(serial_at(crl->der, end, offset), serial);
+        if (order == 0)
+            return number;
+        if (order > 0)
+            break;
+        offset = next_offset(crl->der, end, offset);
+    }
+    return index.entryCount;
 }
 
 // The first entry listing serial, by its hash; count when none does.
@@ -445,7 +493,7 @@ uint32_t first_by_hash(const R_CRL* crl, const RDer& serial, uint32_t end, bool*
         if (held == 0)
             return index.entryCount;
         const uint32_t found = (held & ~duplicate_mark) - 1;
-        if (same(serial_at(crl->der, end, index.entryOffsets[found]), serial)) {
+        if (same(serial_at(crl->der, end, r_crl_entry_offset(crl->der, index, found)), serial)) {
             *listedAgain = (held & duplicate_mark) != 0;
             return found;
         }
@@ -474,8 +522,10 @@ int r_crl_index_find(const R_CRL* crl, const RDer& serial, uint32_t* number) {
         return R_ERROR_NONE;
     }
     // Listed more than once: any entry that does not take it off revokes it.
-    for (uint32_t other = first; other < index.entryCount; ++other) {
-        const bool match = same(serial_at(crl->der, end, index.entryOffsets[other]), serial);
+    uint32_t offset = r_crl_entry_offset(crl->der, index, first);
+    for (uint32_t other = first; other < index.entryCount;
+         ++other, offset = next_offset(crl->der, end, offset)) {
+        const bool match = same(serial_at(crl->der, end, offset), serial);
         if (!match && index.entriesSorted)
             break;
         if (match && !r_crl_entry_removed(crl, other)) {

@@ -53,6 +53,7 @@ struct RCrlKnownEntries {
     const RCrlIndex* from = nullptr;
     bool inserted = false;
     uint32_t place = 0;
+    uint32_t insertedAt = 0; /* where in the new list the inserted element starts */
 };
 
 /*
@@ -66,6 +67,9 @@ int r_crl_index_build(const unsigned char* der, const RCrlSpan parts[R_PART_COUN
 void r_crl_index_free(RCrlIndex* index);
 
 /* ----------------------------------------------------------------- entries */
+
+/* Where entry number's element starts in der, whose index is index (number below the count). */
+uint32_t r_crl_entry_offset(const unsigned char* der, const RCrlIndex& index, uint32_t number);
 
 /* Entry number's element (number below the count). */
 RDer r_crl_entry_element(const R_CRL* crl, uint32_t number);

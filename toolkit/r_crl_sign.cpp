@@ -181,18 +181,18 @@ void sorted_entries(const R_CRL* crl, std::vector<unsigned char>* sorted, RDer* 
     *list = r_crl_view(crl, crl->index.entryList);
     if (crl->index.entriesSorted)
         return;
-    std::vector<uint32_t> order(crl->index.entryCount);
-    for (uint32_t i = 0; i < order.size(); ++i)
-        order[i] = i;
-    std::stable_sort(order.begin(), order.end(), [crl](uint32_t a, uint32_t b) {
-        return r_serial_order(r_entry_view(r_crl_entry_element(crl, a)).serial,
-                              r_entry_view(r_crl_entry_element(crl, b)).serial) < 0;
+    std::vector<RDer> elements;
+    elements.reserve(crl->index.entryCount);
+    RDer rest = *list;
+    RDerElement entry;
+    while (r_der_next(&rest, &entry))
+        elements.push_back(entry.whole);
+    std::stable_sort(elements.begin(), elements.end(), [](const RDer& a, const RDer& b) {
+        return r_serial_order(r_entry_view(a).serial, r_entry_view(b).serial) < 0;
     });
     sorted->reserve(list->length);
-    for (const uint32_t number : order) {
-        const RDer element = r_crl_entry_element(crl, number);
+    for (const RDer& element : elements)
         sorted->insert(sorted->end(), element.data, element.data + element.length);
-    }
     *list = {sorted->data(), sorted->size()};
 }
 

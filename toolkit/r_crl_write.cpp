@@ -96,9 +96,10 @@ extern "C" int R_CRL_add_entry(R_CRL* crl, R_CRL_ENTRY* entry) {
     R_CRL_ENTRY_get_info(entry, R_CRL_ENTRY_INFO_SERIAL, &serial);
     const uint32_t place = place_for(crl, RDer{serial.data, serial.len});
     const RDer list = r_crl_view(crl, crl->index.entryList);
-    const size_t split = place == crl->index.entryCount
-                             ? list.length
-                             : crl->index.entryOffsets[place] - crl->index.entryList.offset;
+    const size_t split =
+        place == crl->index.entryCount
+            ? list.length
+            : r_crl_entry_offset(crl->der, crl->index, place) - crl->index.entryList.offset;
     RCrlDraft draft;
     r_crl_draft_of(crl, &draft);
     RCrlPartBytes& entries = draft.parts[R_PART_ENTRIES];
@@ -107,6 +108,6 @@ extern "C" int R_CRL_add_entry(R_CRL* crl, R_CRL_ENTRY* entry) {
     entries.pieces[0] = {list.data, split};
     entries.pieces[1] = {element.data(), element.size()};
     entries.pieces[2] = {list.data + split, list.length - split};
-    const RCrlKnownEntries withOneMore{&crl->index, true, place};
+    const RCrlKnownEntries withOneMore{&crl->index, true, place, static_cast<uint32_t>(split)};
     return r_crl_commit(crl, draft, &withOneMore);
 }
