@@ -30,6 +30,15 @@ bool RBytes::resize_uninitialised(size_t size) {
 }
 
 bool RBytes::assign(const unsigned char* from, size_t length) {
+    if (length <= inline_capacity) {
+        // memmove: from may be these very bytes.
+        if (length > 0)
+            std::memmove(inline_, from, length);
+        OPENSSL_free(heap_);
+        heap_ = nullptr;
+        size_ = length;
+        return true;
+    }
     RBytes fresh;
     if (!fresh.resize_uninitialised(length))
         return false;

@@ -57,6 +57,14 @@ int adopt(X509* x509, R_LIB_CTX* libCtx, R_CERT** cert) {
         R_CERT_free(made);
         return parsed;
     }
+    if (X509_NAME_get0_der(X509_get_issuer_name(x509), &made->issuer.data, &made->issuer.length) !=
+            1 ||
+        X509_NAME_get0_der(X509_get_subject_name(x509), &made->subject.data,
+                           &made->subject.length) != 1) {
+        ERR_clear_error();
+        R_CERT_free(made);
+        return R_ERROR_ALLOC_FAILURE;
+    }
     *cert = made;
     return R_ERROR_NONE;
 }
@@ -175,8 +183,7 @@ extern "C" int R_CERT_get_info(R_CERT* cert, int id, void* value) {
     case R_CERT_INFO_ISSUER_NAME:
     case R_CERT_INFO_SUBJECT_NAME: {
         auto** name = static_cast<R_CERT_NAME**>(value);
-        *name = r_cert_name_dup(id == R_CERT_INFO_ISSUER_NAME ? X509_get_issuer_name(cert->x509)
-                                                              : X509_get_subject_name(cert->x509));
+        *name = r_cert_name_of(id == R_CERT_INFO_ISSUER_NAME ? cert->issuer : cert->subject);
         return *name == nullptr ? R_ERROR_ALLOC_FAILURE : R_ERROR_NONE;
     }
     case R_CERT_INFO_NOT_BEFORE:
@@ -202,7 +209,7 @@ extern "C" int R_CERT_issuer_name_to_R_CERT_NAME(R_CERT* cert, uint32_t flags, R
     *name = nullptr;
     if (flags != 0)
         return R_ERROR_FAILED;
-    *name = r_cert_name_dup(X509_get_issuer_name(cert->x509));
+    *name = r_cert_name_of(cert->issuer);
     return *name == nullptr ? R_ERROR_ALLOC_FAILURE : R_ERROR_NONE;
 }
 

@@ -19,15 +19,9 @@ constexpr unsigned long text_flags = XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB;
 
 } // namespace
 
-R_CERT_NAME* r_cert_name_dup(const X509_NAME* name) {
-    const unsigned char* der = nullptr;
-    size_t length = 0;
-    if (X509_NAME_get0_der(const_cast<X509_NAME*>(name), &der, &length) != 1) {
-        ERR_clear_error();
-        return nullptr;
-    }
+R_CERT_NAME* r_cert_name_of(const RDerView& der) {
     auto* made = r_new<R_CERT_NAME>();
-    if (made != nullptr && !made->der.assign(der, length)) {
+    if (made != nullptr && !made->der.assign(der.data, der.length)) {
         r_delete(made);
         made = nullptr;
     }
@@ -86,6 +80,26 @@ bool plain_name(RDer der, size_t* length) {
     return true;
 }
 
+// The last plain name this thread checked: status checks meet one issuer's
+// name again and again, and the same bytes pass the same check.
+thread_local unsigned char lastChecked[256];
+thread_local size_t lastCheckedLength = 0;
+
+bool checked_before(const unsigned char* der, size_t length, size_t* taken) {
+    if (lastCheckedLength == 0 || length < lastCheckedLength ||
+        std::memcmp(der, lastChecked, lastCheckedLength) != 0)
+        return false;
+    *taken = lastCheckedLength;
+    return true;
+}
+
+void remember_checked(const unsigned char* der, size_t length) {
+    if (length <= sizeof lastChecked) {
+        std::memcpy(lastChecked, der, length);
+        lastCheckedLength = length;
+    }
+}
+
 // name's DER decoded by OpenSSL, or NULL.
 X509_NAME* decoded(const R_CERT_NAME* name) {
     const unsigned char* cursor = name->der.data();
@@ -135,7 +149,11 @@ extern "C" int R_CERT_NAME_from_binary(R_CERT_CTX* certCtx, uint32_t, uint32_t l
     if (length == 0)
         return R_ERROR_DECODE;
     size_t taken = 0;
-    if (!plain_name(RDer{der, length}, &taken)) {
+    if (checked_before(der, length, &taken)) {
+        // Taken as before.
+    } else if (plain_name(RDer{der, length}, &taken)) {
+        remember_checked(der, taken);
+    } else {
         // Anything else OpenSSL decides, as it would inside a certificate or CRL.
         const unsigned char* cursor = der;
         X509_NAME* x509 = d2i_X509_NAME(nullptr, &cursor, static_cast<long>(length));
@@ -149,7 +167,7 @@ extern "C" int R_CERT_NAME_from_binary(R_CERT_CTX* certCtx, uint32_t, uint32_t l
     if (*name == nullptr)
         return R_ERROR_ALLOC_FAILURE;
     if (!(*name)->der.assign(der, taken)) {
-        delete *name;
+        r_delete(*name);
         *name = nullptr;
         return R_ERROR_ALLOC_FAILURE;
     }

@@ -439,11 +439,11 @@ REntryView r_entry_view(RDer element) {
     return view;
 }
 
-bool r_crl_entry_removed(const R_CRL* crl, uint32_t number) {
+bool r_crl_entry_removed(const R_CRL* crl, uint32_t number, const RDer& element) {
     // Past the first reason OpenSSL could not read, it reads none.
     if (number >= crl->index.reasonsReadUpTo)
         return false;
-    RDer list = r_entry_view(r_crl_entry_element(crl, number)).extensions;
+    RDer list = r_entry_view(element).extensions;
     RExtView ext;
     while (r_ext_next(&list, &ext)) {
         long reason = 0;
@@ -455,10 +455,16 @@ bool r_crl_entry_removed(const R_CRL* crl, uint32_t number) {
 
 namespace {
 
+// An entry: its number and where its element starts.
+struct Place {
+    uint32_t number;
+    uint32_t offset;
+};
+
 // The first of the entries listing serial, found by halving the marks of
 // a sorted list and walking the entries after the last mark before it;
-// count when none does.
-uint32_t first_in_sorted(const R_CRL* crl, const RDer& serial, uint32_t end) {
+// number count when none does.
+Place first_in_sorted(const R_CRL* crl, const RDer& serial, uint32_t end) {
     const RCrlIndex& index = crl->index;
     const uint32_t markCount = (index.entryCount + r_entry_stride - 1) / r_entry_stride;
     uint32_t low = 0;
@@ -471,67 +477,67 @@ uint32_t first_in_sorted(const R_CRL* crl, const RDer& serial, uint32_t end) {
             high = middle;
     }
     // Marks before low list smaller serials; the entry sought is after the last of them.
-    uint32_t number = low == 0 ? 0 : (low - 1) * r_entry_stride;
-    uint32_t offset = index.marks[low == 0 ? 0 : low - 1];
-    for (; number < index.entryCount; ++number) {
-        const int order = r_serial_order(serial_at(crl->der, end, offset), serial);
+    Place at{low == 0 ? 0 : (low - 1) * r_entry_stride, index.marks[low == 0 ? 0 : low - 1]};
+    for (; at.number < index.entryCount; ++at.number) {
+        const int order = r_serial_order(serial_at(crl->der, end, at.offset), serial);
         if (order == 0)
-            return number;
+            return at;
         if (order > 0)
             break;
-        offset = next_offset(crl->der, end, offset);
+        at.offset = next_offset(crl->der, end, at.offset);
     }
-    return index.entryCount;
+    return {index.entryCount, 0};
 }
 
-// The first entry listing serial, by its hash; count when none does.
-uint32_t first_by_hash(const R_CRL* crl, const RDer& serial, uint32_t end, bool* listedAgain) {
+// The first entry listing serial, by its hash; number count when none does.
+Place first_by_hash(const R_CRL* crl, const RDer& serial, uint32_t end, bool* listedAgain) {
     const RCrlIndex& index = crl->index;
     for (uint32_t slot = r_serial_hash(serial) & index.slotMask;;
          slot = (slot + 1) & index.slotMask) {
         const uint32_t held = index.slots[slot];
         if (held == 0)
-            return index.entryCount;
+            return {index.entryCount, 0};
         const uint32_t found = (held & ~duplicate_mark) - 1;
-        if (same(serial_at(crl->der, end, r_crl_entry_offset(crl->der, index, found)), serial)) {
+        const uint32_t offset = r_crl_entry_offset(crl->der, index, found);
+        if (same(serial_at(crl->der, end, offset), serial)) {
             *listedAgain = (held & duplicate_mark) != 0;
-            return found;
+            return {found, offset};
         }
     }
 }
 
+RDer element_at(const R_CRL* crl, uint32_t end, uint32_t offset) {
+    return {crl->der + offset, next_offset(crl->der, end, offset) - offset};
+}
+
 } // namespace
 
-int r_crl_index_find(const R_CRL* crl, const RDer& serial, uint32_t* number) {
+int r_crl_index_find(const R_CRL* crl, const RDer& serial, RDer* element) {
     const RCrlIndex& index = crl->index;
     if (index.entryCount == 0)
         return R_ERROR_NOT_FOUND;
-    const uint32_t end = index.entryList.offset + index.entryList.length;
+    const uint32_t end = list_end(index);
     // In a sorted list the entries of one serial stand together; in a hashed
     // one the first is found and marked when others follow.
     bool listedAgain = index.entriesSorted;
-    const uint32_t first = index.entriesSorted ? first_in_sorted(crl, serial, end)
-                                               : first_by_hash(crl, serial, end, &listedAgain);
-    if (first == index.entryCount)
+    Place at = index.entriesSorted ? first_in_sorted(crl, serial, end)
+                                   : first_by_hash(crl, serial, end, &listedAgain);
+    if (at.number == index.entryCount)
         return R_ERROR_NOT_FOUND;
     if (!listedAgain) {
+        *element = element_at(crl, end, at.offset);
         // removeFromCRL takes a certificate off the list again.
-        if (r_crl_entry_removed(crl, first))
-            return R_ERROR_NOT_FOUND;
-        *number = first;
-        return R_ERROR_NONE;
+        return r_crl_entry_removed(crl, at.number, *element) ? R_ERROR_NOT_FOUND : R_ERROR_NONE;
     }
     // Listed more than once: any entry that does not take it off revokes it.
-    uint32_t offset = r_crl_entry_offset(crl->der, index, first);
-    for (uint32_t other = first; other < index.entryCount;
-         ++other, offset = next_offset(crl->der, end, offset)) {
-        const bool match = same(serial_at(crl->der, end, offset), serial);
+    for (; at.number < index.entryCount;
+         ++at.number, at.offset = next_offset(crl->der, end, at.offset)) {
+        const bool match = same(serial_at(crl->der, end, at.offset), serial);
         if (!match && index.entriesSorted)
             break;
-        if (match && !r_crl_entry_removed(crl, other)) {
-            *number = other;
+        *element = element_at(crl, end, at.offset);
+        if (match && !r_crl_entry_removed(crl, at.number, *element))
             return R_ERROR_NONE;
-        }
     }
     return R_ERROR_NOT_FOUND;
 }

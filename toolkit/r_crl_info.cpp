@@ -177,10 +177,10 @@ extern "C" int R_CRL_find_entry(R_CRL* crl, R_CERT* cert, R_CRL_ENTRY* entry) {
     if (cert->serial.der == nullptr)
         return R_ERROR_FAILED;
     const RDer serial{cert->serial.der + cert->serial.offset, cert->serial.length};
-    uint32_t number = 0;
-    if (const int status = r_crl_index_find(crl, serial, &number); status != R_ERROR_NONE)
+    RDer element;
+    if (const int status = r_crl_index_find(crl, serial, &element); status != R_ERROR_NONE)
         return status;
-    return r_crl_entry_fill(entry, r_crl_entry_element(crl, number));
+    return r_crl_entry_fill(entry, element);
 }
 
 extern "C" int R_CRL_issuer_name_to_binary(R_CRL* crl, uint32_t bufferSize, unsigned char* buffer,

@@ -82,14 +82,15 @@ struct REntryView {
 };
 REntryView r_entry_view(RDer element);
 
-/* Whether entry number's reason is removeFromCRL, as OpenSSL reads reasons. */
-bool r_crl_entry_removed(const R_CRL* crl, uint32_t number);
+/* Whether entry number, whose element is given, is removeFromCRL, as OpenSSL reads reasons. */
+bool r_crl_entry_removed(const R_CRL* crl, uint32_t number, const RDer& element);
 
 /*
- * The entry number that revokes serial (content octets): NOT_FOUND when none
- * does; among several entries for one serial, one that does not remove it.
+ * The element of the entry that revokes serial (content octets): NOT_FOUND
+ * when none does; among several entries for one serial, one that does not
+ * remove it.
  */
-int r_crl_index_find(const R_CRL* crl, const RDer& serial, uint32_t* number);
+int r_crl_index_find(const R_CRL* crl, const RDer& serial, RDer* element);
 
 /* Seconds of a time element: R_ERROR_NOT_PRESENT when empty, R_ERROR_DECODE when unreadable. */
 int r_time_of_element(const RDer& element, int64_t* seconds);

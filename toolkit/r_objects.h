@@ -110,6 +110,12 @@ struct R_CRL_ENTRY {
     uint32_t dateLength = 0;   /* the date's element after it; 0 until set */
 };
 
+/* Bytes someone else owns. */
+struct RDerView {
+    const unsigned char* data = nullptr;
+    size_t length = 0;
+};
+
 /* An INTEGER's DER, kept so that its content octets can be handed out. */
 struct R_INTEGER_OCTETS {
     unsigned char* der = nullptr;
@@ -126,6 +132,9 @@ struct R_CERT {
     // distPointStatus is R_ERROR_DECODE when the extension does not parse.
     CRL_DIST_POINTS* distPoints = nullptr;
     int distPointStatus = R_ERROR_NONE;
+    // The names' DER as received, found once: the certificate owns the bytes.
+    RDerView issuer;
+    RDerView subject;
 };
 
 /* A name: its DER as received. */
@@ -220,8 +229,8 @@ ASN1_TIME* r_time_to_asn1(int64_t seconds, ASN1_TIME* reuse);
  */
 int r_crl_time(int64_t seconds, ASN1_TIME** asn1);
 
-/* A new R_CERT_NAME holding a copy of name (the received DER kept), or NULL. */
-R_CERT_NAME* r_cert_name_dup(const X509_NAME* name);
+/* A new R_CERT_NAME holding a copy of a name's DER, or NULL. */
+R_CERT_NAME* r_cert_name_of(const RDerView& der);
 
 /*
  * name as RFC 4514 text, NUL-terminated in buffer. *length is the text's
