@@ -5,6 +5,8 @@
 #ifndef QXCRL_TOOLKIT_R_CRL_PARTS_H
 #define QXCRL_TOOLKIT_R_CRL_PARTS_H
 
+#include <cstring>
+
 #include "r_der.h"
 #include "r_objects.h"
 
@@ -101,8 +103,21 @@ int r_crl_entry_fill(R_CRL_ENTRY* entry, RDer element);
 /* The content of an entry's extensions' SEQUENCE; empty when it has none. */
 RDer r_crl_entry_extensions(const R_CRL_ENTRY* entry);
 
+/* r_serial_order for serials of which one or both are negative. */
+int r_serial_order_signed(const RDer& a, const RDer& b);
+
 /* Orders serials as OpenSSL's signing sorts entries; below 0 when a sorts first. */
-int r_serial_order(const RDer& a, const RDer& b);
+inline int r_serial_order(const RDer& a, const RDer& b) {
+    // Positive serials, nearly all there are, compare as their octets
+    // without a padding zero: the shorter first, then octet by octet.
+    if ((a.data[0] & 0x80) != 0 || (b.data[0] & 0x80) != 0)
+        return r_serial_order_signed(a, b);
+    const size_t aPad = a.length > 1 && a.data[0] == 0 ? 1 : 0;
+    const size_t bPad = b.length > 1 && b.data[0] == 0 ? 1 : 0;
+    if (a.length - aPad != b.length - bPad)
+        return a.length - aPad < b.length - bPad ? -1 : 1;
+    return std::memcmp(a.data + aPad, b.data + bPad, a.length - aPad);
+}
 
 /* A serial's (content octets) place in the index, keyed per process against crafted collisions. */
 uint32_t r_serial_hash(const RDer& serial);

@@ -66,16 +66,7 @@ RDer magnitude(const RDer& content, RBytes* negative, bool* isNegative) {
 
 } // namespace
 
-int r_serial_order(const RDer& a, const RDer& b) {
-    // Positive serials, nearly all there are, compare as their octets
-    // without a padding zero: the shorter first, then octet by octet.
-    if ((a.data[0] & 0x80) == 0 && (b.data[0] & 0x80) == 0) {
-        const size_t aPad = a.length > 1 && a.data[0] == 0 ? 1 : 0;
-        const size_t bPad = b.length > 1 && b.data[0] == 0 ? 1 : 0;
-        if (a.length - aPad != b.length - bPad)
-            return a.length - aPad < b.length - bPad ? -1 : 1;
-        return std::memcmp(a.data + aPad, b.data + bPad, a.length - aPad);
-    }
+int r_serial_order_signed(const RDer& a, const RDer& b) {
     RBytes aNegative;
     RBytes bNegative;
     bool aIsNegative = false;
