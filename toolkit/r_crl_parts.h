@@ -5,8 +5,6 @@
 #ifndef QXCRL_TOOLKIT_R_CRL_PARTS_H
 #define QXCRL_TOOLKIT_R_CRL_PARTS_H
 
-#include <cstring>
-
 #include "r_der.h"
 #include "r_objects.h"
 
@@ -116,7 +114,12 @@ inline int r_serial_order(const RDer& a, const RDer& b) {
     const size_t bPad = b.length > 1 && b.data[0] == 0 ? 1 : 0;
     if (a.length - aPad != b.length - bPad)
         return a.length - aPad < b.length - bPad ? -1 : 1;
-    return std::memcmp(a.data + aPad, b.data + bPad, a.length - aPad);
+    // A loop, not memcmp: serials are short, and the call would cost more.
+    for (size_t i = 0; i < a.length - aPad; ++i) {
+        if (a.data[aPad + i] != b.data[bPad + i])
+            return a.data[aPad + i] < b.data[bPad + i] ? -1 : 1;
+    }
+    return 0;
 }
 
 /* A serial's (content octets) place in the index, keyed per process against crafted collisions. */

@@ -61,17 +61,6 @@ bool r_der_peek(const RDer& in, unsigned char tag) {
     return !in.empty() && (in.data[0] & ~r_der_constructed) == (tag & ~r_der_constructed);
 }
 
-bool r_der_integer_ok(const RDer& content) {
-    if (content.empty())
-        return false;
-    if (content.length == 1)
-        return true;
-    const unsigned char first = content.data[0];
-    const bool secondHigh = (content.data[1] & 0x80) != 0;
-    // A padding octet is one the value did not need.
-    return !((first == 0x00 && !secondHigh) || (first == 0xff && secondHigh));
-}
-
 bool r_der_oid_ok(const RDer& content) {
     if (content.empty() || (content.data[content.length - 1] & 0x80) != 0)
         return false;

@@ -78,7 +78,16 @@ inline bool r_der_take(RDer* in, unsigned char tag, RDerElement* element) {
 }
 
 /* INTEGER content octets as OpenSSL takes them: not empty, no padding octet. */
-bool r_der_integer_ok(const RDer& content);
+inline bool r_der_integer_ok(const RDer& content) {
+    if (content.empty())
+        return false;
+    if (content.length == 1)
+        return true;
+    const unsigned char first = content.data[0];
+    const bool secondHigh = (content.data[1] & 0x80) != 0;
+    // A padding octet is one the value did not need.
+    return !((first == 0x00 && !secondHigh) || (first == 0xff && secondHigh));
+}
 
 /* OBJECT IDENTIFIER content octets as OpenSSL takes them. */
 bool r_der_oid_ok(const RDer& content);
