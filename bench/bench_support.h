@@ -1,6 +1,7 @@
-// What the benchmarks share: a layer instance, and certificate records of
-// leaves made at run time. Setup failures abort: a benchmark that could not
-// set up has nothing to measure.
+// What the benchmarks share: a layer instance, CRLs of consecutive serials,
+// certificate records of leaves made at run time, and an issuer's record and
+// key. Setup failures abort: a benchmark that could not set up has nothing to
+// measure.
 #ifndef QXCRL_BENCH_BENCH_SUPPORT_H
 #define QXCRL_BENCH_BENCH_SUPPORT_H
 
@@ -13,6 +14,21 @@
 #include "test_pki.h"
 
 namespace qxbench {
+
+// Serial n as three big-endian bytes (n below 2^24).
+inline qxtest::Bytes serial_of(uint32_t n) {
+    return {static_cast<unsigned char>(n >> 16), static_cast<unsigned char>(n >> 8),
+            static_cast<unsigned char>(n)};
+}
+
+// A DER CRL of issuer with entries for serials 1..entries.
+inline qxtest::Bytes sequential_crl(const qxtest::Issuer& issuer, uint32_t entries) {
+    qxtest::CrlOptions recipe;
+    recipe.revoked.reserve(entries);
+    for (uint32_t n = 1; n <= entries; ++n)
+        recipe.revoked.push_back(qxtest::revoked_serial(serial_of(n)));
+    return qxtest::make_crl(issuer, recipe);
+}
 
 struct Layer {
     SecurityContext* ctx = nullptr;
@@ -37,14 +53,15 @@ inline CertificateRecord* leaf_record(SecurityContext* ctx, const qxtest::Issuer
     return record;
 }
 
-// The shared EC issuer as the layer's certificate record and private key.
+// A shared issuer (EC by default) as the layer's certificate record and private key.
 struct Signer {
     SecurityContext* ctx;
     CertificateRecord* issuer = nullptr;
     QxPrivateKey* key = nullptr;
 
-    explicit Signer(SecurityContext* layerCtx) : ctx(layerCtx) {
-        const qxtest::Issuer& ca = qxtest::shared_issuer(qxtest::KeyKind::EcP256);
+    explicit Signer(SecurityContext* layerCtx, qxtest::KeyKind kind = qxtest::KeyKind::EcP256)
+        : ctx(layerCtx) {
+        const qxtest::Issuer& ca = qxtest::shared_issuer(kind);
         const qxtest::Bytes cert = qxtest::cert_der(ca.cert.get());
         unsigned char* der = nullptr;
         const int length = i2d_PrivateKey(ca.key.get(), &der);

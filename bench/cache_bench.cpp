@@ -87,16 +87,10 @@ struct MillionEntries {
 
     MillionEntries() {
         const Issuer& issuer = shared_issuer(KeyKind::EcP256);
-        CrlOptions recipe;
-        recipe.revoked.reserve(1000000);
-        for (uint32_t serial = 1; serial <= 1000000; ++serial)
-            recipe.revoked.push_back(revoked_serial({static_cast<unsigned char>(serial >> 16),
-                                                     static_cast<unsigned char>(serial >> 8),
-                                                     static_cast<unsigned char>(serial)}));
         if (qxcrl_CreateCacheOwner(layer.ctx, UINT32_MAX, &owner) != 0)
             std::abort();
-        add(layer.ctx, owner, make_crl(issuer, recipe));
-        listed = leaf_record(layer.ctx, issuer, {0x07, 0xa1, 0x20}); // 500,000
+        add(layer.ctx, owner, qxbench::sequential_crl(issuer, 1000000));
+        listed = leaf_record(layer.ctx, issuer, qxbench::serial_of(500000));
         unlisted = leaf_record(layer.ctx, issuer, {0x20, 0x00, 0x00, 0x01});
         // The first lookup sorts the entries once; the benchmark measures the rest.
         CertRevocationStatus status = 0;

@@ -1,14 +1,16 @@
 // Each operation beside the same work done with raw OpenSSL calls, in one
 // binary and one run, so that the ratio between the two can be read off:
-// decoding DER and loading PEM files of 1k to 1M entries, lookups in a CRL of
-// a million entries, cached lookups among 1 to 1,000 CRLs, verifying the
-// signature of a 100k-entry CRL, and creating a CRL with 1,000 revocations.
-// Names end in /qxcrl or /openssl; scripts/bench.sh pairs them up.
+// decoding DER and loading PEM files of 1k to 1M entries, the memory a
+// decoded CRL of 1M entries holds, lookups in it, cached lookups among 1 to
+// 1,000 CRLs, verifying the signature of a 100k-entry CRL, creating a CRL
+// with 1,000 revocations, and revoking one certificate into a CRL of 10k
+// entries. Names end in _qxcrl or _openssl; scripts/bench.sh pairs them up.
 #include <benchmark/benchmark.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -18,12 +20,14 @@
 #include <vector>
 
 #include "bench_support.h"
+#include "files.h"
 #include "qxcrl.h"
 #include "test_pki.h"
 
 using namespace qxtest;
 using qxbench::Layer;
 using qxbench::leaf_record;
+using qxbench::serial_of;
 
 namespace {
 
@@ -32,9 +36,15 @@ Layer& layer() {
     return instance;
 }
 
-Bytes serial_of(uint32_t n) {
-    return {static_cast<unsigned char>(n >> 16), static_cast<unsigned char>(n >> 8),
-            static_cast<unsigned char>(n)};
+// The one T made from key, made on first use and kept for the run. Never
+// destroyed: what it holds is freed through the layer, which exit may have
+// destroyed first.
+template <typename T, typename Key> T& made_for(const Key& key) {
+    static auto& made = *new std::map<Key, std::unique_ptr<T>>;
+    auto& slot = made[key];
+    if (!slot)
+        slot = std::make_unique<T>(key);
+    return *slot;
 }
 
 // A CRL of the shared issuer with entries for serials 1..entries, as DER and
@@ -49,12 +59,8 @@ const CrlOfSize& crl_of_size(uint32_t entries) {
     auto found = made.find(entries);
     if (found != made.end())
         return found->second;
-    CrlOptions recipe;
-    recipe.revoked.reserve(entries);
-    for (uint32_t n = 1; n <= entries; ++n)
-        recipe.revoked.push_back(revoked_serial(serial_of(n)));
     CrlOfSize crl;
-    crl.der = make_crl(shared_issuer(KeyKind::EcP256), recipe);
+    crl.der = qxbench::sequential_crl(shared_issuer(KeyKind::EcP256), entries);
     crl.pemPath = (std::filesystem::temp_directory_path() /
                    ("qxcrl-bench-" + std::to_string(entries) + ".pem"))
                       .string();
@@ -117,6 +123,59 @@ void BM_LoadPemFile_openssl(benchmark::State& state) {
     }
 }
 
+// ------------------------------------- memory held by a decoded 1M-entry CRL
+
+// The 1M-entry CRL and a leaf it lists, as DER files for held_rss; written once.
+struct HeldFiles {
+    std::string crl;
+    std::string cert;
+};
+
+const HeldFiles& held_files() {
+    static const HeldFiles files = [] {
+        const std::filesystem::path dir = std::filesystem::temp_directory_path();
+        HeldFiles made{(dir / "qxcrl-bench-1000000.der").string(),
+                       (dir / "qxcrl-bench-listed.der").string()};
+        LeafOptions options;
+        options.serial = serial_of(500000);
+        write_file(made.crl, crl_of_size(1000000).der);
+        write_file(made.cert, cert_der(make_leaf(shared_issuer(KeyKind::EcP256), options).get()));
+        return made;
+    }();
+    return files;
+}
+
+// The growth in resident memory while one decoded CRL of a million entries is
+// held (after one lookup), as measured by held_rss in a process of its own;
+// reported as counters: bytes, the DER size, and their ratio. The time is that
+// of the whole child run, and means nothing.
+void held_rss(benchmark::State& state, const char* side) {
+    const HeldFiles& files = held_files();
+    const double derBytes = static_cast<double>(crl_of_size(1000000).der.size());
+    const std::string command =
+        std::string(QXCRL_HELD_RSS) + " " + side + " " + files.crl + " " + files.cert;
+    double growth = 0;
+    for (auto _ : state) {
+        FILE* child = popen(command.c_str(), "r");
+        long long bytes = -1;
+        const bool read = child != nullptr && std::fscanf(child, "%lld", &bytes) == 1;
+        if (child == nullptr || pclose(child) != 0 || !read)
+            state.SkipWithError("held_rss failed");
+        growth = static_cast<double>(bytes);
+    }
+    state.counters["rss_bytes"] = growth;
+    state.counters["der_bytes"] = derBytes;
+    state.counters["rss_per_der"] = growth / derBytes;
+}
+
+void BM_HeldRss_qxcrl(benchmark::State& state) {
+    held_rss(state, "qxcrl");
+}
+
+void BM_HeldRss_openssl(benchmark::State& state) {
+    held_rss(state, "openssl");
+}
+
 // ---------------------------------------------- lookups in a million entries
 
 struct Million {
@@ -145,7 +204,7 @@ struct Million {
         CertRevocationStatus status = 0;
         qxcrl_CheckCertStatus(layer().ctx, crl, listed, &status);
         X509_REVOKED* found = nullptr;
-        X509_CRL_get0_by_cert(raw, &found, listedCert.get());
+        X509_CRL_get0_by_serial(raw, &found, X509_get_serialNumber(listedCert.get()));
     }
 };
 
@@ -173,11 +232,13 @@ void BM_MillionLookup_openssl(benchmark::State& state) {
     for (auto _ : state) {
         X509_REVOKED* found = nullptr;
         // The same checks: the CRL is the certificate's issuer's, the serial
-        // is listed, and the revocation date has passed.
+        // is listed (a bare lookup by serial), and the revocation date has passed.
         const bool sameIssuer =
             X509_NAME_cmp(X509_CRL_get_issuer(m.raw), X509_get_issuer_name(cert)) == 0;
-        const bool revoked = sameIssuer && X509_CRL_get0_by_cert(m.raw, &found, cert) == 1 &&
-                             X509_cmp_current_time(X509_REVOKED_get0_revocationDate(found)) < 0;
+        const bool revoked =
+            sameIssuer &&
+            X509_CRL_get0_by_serial(m.raw, &found, X509_get_serialNumber(cert)) == 1 &&
+            X509_cmp_current_time(X509_REVOKED_get0_revocationDate(found)) < 0;
         if (revoked != hit)
             state.SkipWithError("wrong answer");
     }
@@ -223,11 +284,7 @@ struct ManyIssuers {
 };
 
 ManyIssuers& many(int count) {
-    static std::map<int, std::unique_ptr<ManyIssuers>> made;
-    auto& slot = made[count];
-    if (!slot)
-        slot = std::make_unique<ManyIssuers>(count);
-    return *slot;
+    return made_for<ManyIssuers>(count);
 }
 
 void BM_CachedLookup_qxcrl(benchmark::State& state) {
@@ -359,6 +416,84 @@ void BM_CreateAndRevoke1000_openssl(benchmark::State& state) {
     }
 }
 
+// ------------------------------ revoke one into 10k entries, sign, encode
+
+// A CRL of 10,000 entries of the shared issuer of a key kind, that issuer as
+// record and key, and a leaf whose serial (0x7f0001) sorts after every entry.
+struct TenThousand {
+    qxbench::Signer signer;
+    uint32_t signatureType;
+    Bytes der;
+    Cert leaf;
+    CertificateRecord* record = nullptr;
+
+    explicit TenThousand(KeyKind kind)
+        : signer(layer().ctx, kind),
+          signatureType(kind == KeyKind::Rsa2048 ? QX_SIG_RSA_SHA256 : QX_SIG_ECDSA_SHA256),
+          der(qxbench::sequential_crl(shared_issuer(kind), 10000)) {
+        LeafOptions options;
+        options.serial = {0x7f, 0x00, 0x01};
+        leaf = make_leaf(shared_issuer(kind), options);
+        record = leaf_record(layer().ctx, shared_issuer(kind), options.serial);
+    }
+};
+
+TenThousand& ten_thousand(KeyKind kind) {
+    return made_for<TenThousand>(kind);
+}
+
+// Each iteration decodes the 10k-entry CRL afresh outside the timed region
+// (so it stays at 10k entries), then times revoking one certificate, signing
+// the CRL again and encoding it as DER: what a CA does on each revocation.
+// qxcrl_RevokeCert adds the entry and signs in one call.
+void BM_RevokeSignEncode10k_qxcrl(benchmark::State& state, KeyKind kind) {
+    TenThousand& t = ten_thousand(kind);
+    SecurityContext* ctx = layer().ctx;
+    for (auto _ : state) {
+        state.PauseTiming();
+        CrlObject* crl = nullptr;
+        if (qxcrl_CreateCtx(ctx, &crl, t.der.data(), static_cast<uint32_t>(t.der.size())) != 0)
+            state.SkipWithError("decode failed");
+        state.ResumeTiming();
+        unsigned char* der = nullptr;
+        uint32_t length = 0;
+        if (qxcrl_RevokeCert(ctx, crl, t.signer.key, t.signer.issuer, t.record, t.signatureType) !=
+                0 ||
+            qxcrl_GetDER(ctx, crl, &der, &length) != 0)
+            state.SkipWithError("revoke failed");
+        state.PauseTiming();
+        qxumfree(ctx, &der);
+        qxcrl_Destroy(ctx, &crl);
+        state.ResumeTiming();
+    }
+}
+
+void BM_RevokeSignEncode10k_openssl(benchmark::State& state, KeyKind kind) {
+    TenThousand& t = ten_thousand(kind);
+    EVP_PKEY* key = shared_issuer(kind).key.get();
+    for (auto _ : state) {
+        state.PauseTiming();
+        const unsigned char* cursor = t.der.data();
+        X509_CRL* crl = d2i_X509_CRL(nullptr, &cursor, static_cast<long>(t.der.size()));
+        state.ResumeTiming();
+        X509_REVOKED* entry = X509_REVOKED_new();
+        ASN1_TIME* now = X509_gmtime_adj(nullptr, 0);
+        unsigned char* der = nullptr;
+        // The new serial sorts last, so appending keeps the entries in order.
+        if (crl == nullptr || entry == nullptr || now == nullptr ||
+            X509_REVOKED_set_serialNumber(entry, X509_get_serialNumber(t.leaf.get())) != 1 ||
+            X509_REVOKED_set_revocationDate(entry, now) != 1 ||
+            X509_CRL_add0_revoked(crl, entry) != 1 || X509_CRL_sign(crl, key, EVP_sha256()) <= 0 ||
+            i2d_X509_CRL(crl, &der) <= 0)
+            state.SkipWithError("revoke failed");
+        state.PauseTiming();
+        OPENSSL_free(der);
+        ASN1_TIME_free(now);
+        X509_CRL_free(crl);
+        state.ResumeTiming();
+    }
+}
+
 void sized(benchmark::internal::Benchmark* b) {
     for (uint32_t size : sizes)
         b->Arg(size);
@@ -369,6 +504,8 @@ BENCHMARK(BM_DecodeDer_qxcrl)->Apply(sized);
 BENCHMARK(BM_DecodeDer_openssl)->Apply(sized);
 BENCHMARK(BM_LoadPemFile_qxcrl)->Apply(sized);
 BENCHMARK(BM_LoadPemFile_openssl)->Apply(sized);
+BENCHMARK(BM_HeldRss_qxcrl)->Arg(1000000)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_HeldRss_openssl)->Arg(1000000)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_MillionLookup_qxcrl)->ArgName("hit")->Arg(1)->Arg(0)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_MillionLookup_openssl)->ArgName("hit")->Arg(1)->Arg(0)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_CachedLookup_qxcrl)->Arg(1)->Arg(100)->Arg(1000)->Unit(benchmark::kMicrosecond);
@@ -377,6 +514,14 @@ BENCHMARK(BM_Verify100k_qxcrl)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Verify100k_openssl)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_CreateAndRevoke1000_qxcrl)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_CreateAndRevoke1000_openssl)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK_CAPTURE(BM_RevokeSignEncode10k_qxcrl, ec_p256, KeyKind::EcP256)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_RevokeSignEncode10k_openssl, ec_p256, KeyKind::EcP256)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_RevokeSignEncode10k_qxcrl, rsa_2048, KeyKind::Rsa2048)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_RevokeSignEncode10k_openssl, rsa_2048, KeyKind::Rsa2048)
+    ->Unit(benchmark::kMillisecond);
 
 } // namespace
 

@@ -26,14 +26,31 @@ constexpr char usage[] = "qxcrl status --cert CERT --crl FILE [--crl FILE ...] [
 struct Source {
     std::string file;
     size_t index; // 1 for the first CRL of its file
-    std::vector<unsigned char> der;
 };
+
+int cache_crl(CacheOwner& cache, Crl& crl, const std::string& name) {
+    if (const uint32_t added = cache.owner->addCrl(crl.object, cache.owner->crlCache))
+        return report("caching " + name, added);
+    crl.object = nullptr; // the cache owns it now
+    return 0;
+}
 
 // Adds every CRL of path to the cache, each block of a PEM file on its own
 // whatever its label and whatever lies between blocks (NULs included), so
 // that no block can hide another; a block that fails fails the command.
 int add_file(Session& session, CacheOwner& cache, const std::string& path,
              std::map<const CrlObject*, Source>& sources) {
+    // A DER file is read straight into the CRL, which a CRL of a million
+    // entries makes worth it; anything else, and any failure, takes the way
+    // that tells what is wrong.
+    Crl direct(session.ctx());
+    if (qxfile_read_der_crl(session.ctx(), path.c_str(), &direct.object) == 0) {
+        const CrlObject* object = direct.object;
+        if (const int failed = cache_crl(cache, direct, path))
+            return failed;
+        sources[object] = {path, 1};
+        return 0;
+    }
     std::vector<CrlBytes> crls;
     if (const int failed = read_crl_file(session, path, crls))
         return failed;
@@ -41,10 +58,10 @@ int add_file(Session& session, CacheOwner& cache, const std::string& path,
         Crl crl(session.ctx());
         if (const int failed = decode_crl(session, crls[i], crl))
             return failed;
-        if (const uint32_t added = cache.owner->addCrl(crl.object, cache.owner->crlCache))
-            return report("caching " + crls[i].name, added);
-        sources[crl.object] = {path, i + 1, std::move(crls[i].der)};
-        crl.object = nullptr; // the cache owns it now
+        const CrlObject* object = crl.object;
+        if (const int failed = cache_crl(cache, crl, crls[i].name))
+            return failed;
+        sources[object] = {path, i + 1};
     }
     return 0;
 }
@@ -63,11 +80,12 @@ const char* status_word(uint32_t status) {
 // The JSON of the answer: the CRL that gave it and the certificate's entry
 // in it, read for display from the CRL's DER.
 std::string answer_json(Session& session, CertRevocationStatus answer, bool verified,
-                        const Source* source, const Certificate& cert) {
+                        CrlObject* answering, const Source* source, const Certificate& cert) {
     std::string revocationDate = "null", reason = "null", reasonCode = "null", crl = "null";
     QxCrlView* view = nullptr;
-    if (source != nullptr && qxview_crl(session.ctx(), source->der.data(),
-                                        static_cast<uint32_t>(source->der.size()), &view) == 0) {
+    LayerBytes der(session.ctx());
+    if (source != nullptr && qxcrl_GetDER(session.ctx(), answering, &der.bytes, &der.length) == 0 &&
+        qxview_crl(session.ctx(), der.bytes, der.length, &view) == 0) {
         crl = "{\"file\":" + json_string(source->file) +
               ",\"index\":" + std::to_string(source->index) +
               ",\"issuer\":" + json_string(view->issuer) +
@@ -195,7 +213,7 @@ int status_command(int argc, char** argv) {
     }
     if (arguments.has("--json")) {
         const auto found = sources.find(answering);
-        std::fputs(answer_json(session, answer, verified,
+        std::fputs(answer_json(session, answer, verified, answering,
                                found != sources.end() ? &found->second : nullptr, cert)
                        .c_str(),
                    stdout);

@@ -41,7 +41,7 @@ int parse_dist_points(R_CERT* cert) {
 
 // Takes x509 (freed on failure) into a new *cert.
 int adopt(X509* x509, R_LIB_CTX* libCtx, R_CERT** cert) {
-    auto* made = new (std::nothrow) R_CERT{};
+    auto* made = r_new<R_CERT>();
     if (made == nullptr) {
         X509_free(x509);
         return R_ERROR_ALLOC_FAILURE;
@@ -56,6 +56,14 @@ int adopt(X509* x509, R_LIB_CTX* libCtx, R_CERT** cert) {
     if (const int parsed = parse_dist_points(made); parsed != R_ERROR_NONE) {
         R_CERT_free(made);
         return parsed;
+    }
+    if (X509_NAME_get0_der(X509_get_issuer_name(x509), &made->issuer.data, &made->issuer.length) !=
+            1 ||
+        X509_NAME_get0_der(X509_get_subject_name(x509), &made->subject.data,
+                           &made->subject.length) != 1) {
+        ERR_clear_error();
+        R_CERT_free(made);
+        return R_ERROR_ALLOC_FAILURE;
     }
     *cert = made;
     return R_ERROR_NONE;
@@ -159,7 +167,7 @@ extern "C" int R_CERT_free(R_CERT* cert) {
         sk_DIST_POINT_pop_free(cert->distPoints, DIST_POINT_free);
         r_integer_octets_free(&cert->serial);
         X509_free(cert->x509);
-        delete cert;
+        r_delete(cert);
     }
     return R_ERROR_NONE;
 }
@@ -175,8 +183,7 @@ extern "C" int R_CERT_get_info(R_CERT* cert, int id, void* value) {
     case R_CERT_INFO_ISSUER_NAME:
     case R_CERT_INFO_SUBJECT_NAME: {
         auto** name = static_cast<R_CERT_NAME**>(value);
-        *name = r_cert_name_dup(id == R_CERT_INFO_ISSUER_NAME ? X509_get_issuer_name(cert->x509)
-                                                              : X509_get_subject_name(cert->x509));
+        *name = r_cert_name_of(id == R_CERT_INFO_ISSUER_NAME ? cert->issuer : cert->subject);
         return *name == nullptr ? R_ERROR_ALLOC_FAILURE : R_ERROR_NONE;
     }
     case R_CERT_INFO_NOT_BEFORE:
@@ -202,7 +209,7 @@ extern "C" int R_CERT_issuer_name_to_R_CERT_NAME(R_CERT* cert, uint32_t flags, R
     *name = nullptr;
     if (flags != 0)
         return R_ERROR_FAILED;
-    *name = r_cert_name_dup(X509_get_issuer_name(cert->x509));
+    *name = r_cert_name_of(cert->issuer);
     return *name == nullptr ? R_ERROR_ALLOC_FAILURE : R_ERROR_NONE;
 }
 

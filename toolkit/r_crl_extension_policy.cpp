@@ -1,38 +1,20 @@
-// Which critical extensions a CRL may carry and still be taken as its
-// issuer's list of revocations, complete or for the scope its Issuing
-// Distribution Point gives.
-#include <openssl/x509v3.h>
+// Which extensions a CRL may carry and still be taken as its issuer's list
+// of revocations, complete or for the scope its Issuing Distribution Point
+// gives; and reading extensions out of a list.
+#include <openssl/obj_mac.h>
 
-#include "r_objects.h"
-
-namespace {
-
-bool crl_extension_processed(int nid) {
-    return R_CRL_extension_handling(nid, 0) == R_CRL_EXT_PROCESSED;
-}
-
-bool entry_extension_processed(int nid) {
-    return R_CRL_extension_handling(nid, 1) == R_CRL_EXT_PROCESSED;
-}
-
-template <typename Processed>
-bool critical_extensions_processed(const STACK_OF(X509_EXTENSION) * extensions,
-                                   Processed processed) {
-    for (int i = 0; i < sk_X509_EXTENSION_num(extensions); ++i) {
-        X509_EXTENSION* extension = sk_X509_EXTENSION_value(extensions, i);
-        if (X509_EXTENSION_get_critical(extension) &&
-            !processed(OBJ_obj2nid(X509_EXTENSION_get_object(extension))))
-            return false;
-    }
-    return true;
-}
-
-} // namespace
+#include "r_crl_parts.h"
 
 extern "C" int R_CRL_extension_handling(int nid, int inEntry) {
-    if (inEntry != 0)
+    if (inEntry != 0) {
+        // A Certificate Issuer makes the entries after it another issuer's
+        // (an indirect CRL): taken as this issuer's, they would revoke the
+        // wrong certificates, and dropped, they would hide revocations.
+        if (nid == NID_certificate_issuer)
+            return R_CRL_EXT_REFUSED;
         return nid == NID_crl_reason || nid == NID_invalidity_date ? R_CRL_EXT_PROCESSED
                                                                    : R_CRL_EXT_IGNORED;
+    }
     // A delta CRL lists only changes since its base: taken alone, it would
     // call valid what the base revoked, critical flag or not.
     if (nid == NID_delta_crl)
@@ -43,17 +25,58 @@ extern "C" int R_CRL_extension_handling(int nid, int inEntry) {
                : R_CRL_EXT_IGNORED;
 }
 
-bool r_crl_extensions_processable(const X509_CRL* crl) {
-    if (!critical_extensions_processed(X509_CRL_get0_extensions(crl), crl_extension_processed))
-        return false;
-    if (X509_CRL_get_ext_by_NID(crl, NID_delta_crl, -1) >= 0)
-        return false;
-    STACK_OF(X509_REVOKED)* entries = X509_CRL_get_REVOKED(const_cast<X509_CRL*>(crl));
-    for (int i = 0; i < sk_X509_REVOKED_num(entries); ++i) {
-        if (!critical_extensions_processed(
-                X509_REVOKED_get0_extensions(sk_X509_REVOKED_value(entries, i)),
-                entry_extension_processed))
-            return false;
+int r_ext_nid(const RDer& oid) {
+    // Every extension the table above decides on is under id-ce (2.5.29).
+    if (oid.length != 3 || oid.data[0] != 0x55 || oid.data[1] != 0x1d)
+        return NID_undef;
+    switch (oid.data[2]) {
+    case 20:
+        return NID_crl_number;
+    case 21:
+        return NID_crl_reason;
+    case 24:
+        return NID_invalidity_date;
+    case 27:
+        return NID_delta_crl;
+    case 28:
+        return NID_issuing_distribution_point;
+    case 29:
+        return NID_certificate_issuer;
+    case 35:
+        return NID_authority_key_identifier;
+    default:
+        return NID_undef;
     }
+}
+
+bool r_ext_acceptable(const RExtView& ext, int inEntry) {
+    const int handling = R_CRL_extension_handling(r_ext_nid(ext.oid), inEntry);
+    return handling == R_CRL_EXT_PROCESSED || (handling == R_CRL_EXT_IGNORED && !ext.critical);
+}
+
+bool r_ext_next(RDer* list, RExtView* ext) {
+    RDerElement whole;
+    RDerElement oid;
+    RDerElement value;
+    RDer rest = *list;
+    if (!r_der_take(&rest, r_der_sequence, &whole))
+        return false;
+    RDer fields = whole.content;
+    if (!r_der_take(&fields, r_der_oid, &oid) || !r_der_oid_ok(oid.content))
+        return false;
+    ext->critical = false;
+    if (r_der_peek(fields, r_der_boolean)) {
+        RDerElement critical;
+        if (!r_der_take(&fields, r_der_boolean, &critical) || critical.content.length != 1)
+            return false;
+        // OpenSSL takes any non-zero octet as true.
+        ext->critical = critical.content.data[0] != 0;
+    }
+    if (!r_der_take(&fields, r_der_octet_string, &value) || !fields.empty())
+        return false;
+    ext->whole = whole.whole;
+    ext->oid = oid.content;
+    ext->value = value.content;
+    *list = rest;
     return true;
 }

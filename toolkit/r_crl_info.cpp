@@ -5,7 +5,9 @@
 #include <openssl/rsa.h>
 #include <openssl/x509v3.h>
 
-#include "r_objects.h"
+#include <cstring>
+
+#include "r_crl_parts.h"
 
 // Callers store these numbers, so they must stay the NIDs they stand for.
 static_assert(R_SIG_ALG_MD5_WITH_RSA == NID_md5WithRSAEncryption);
@@ -52,19 +54,16 @@ int pss_hash_nid(const X509_ALGOR* algorithm, int* hashNid) {
     return status;
 }
 
-int signature_algorithm(const X509_CRL* crl, uint32_t* value) {
-    const int nid = X509_CRL_get_signature_nid(crl);
+int signature_algorithm(const X509_ALGOR* algorithm, uint32_t* value) {
+    if (algorithm == nullptr)
+        return R_ERROR_NOT_PRESENT;
+    const int nid = OBJ_obj2nid(algorithm->algorithm);
     if (nid == NID_undef)
         return R_ERROR_NOT_PRESENT;
     if (nid != NID_rsassaPss) {
         *value = static_cast<uint32_t>(nid);
         return R_ERROR_NONE;
     }
-    const ASN1_BIT_STRING* signature = nullptr;
-    const X509_ALGOR* algorithm = nullptr;
-    X509_CRL_get0_signature(crl, &signature, &algorithm);
-    if (algorithm == nullptr)
-        return R_ERROR_NOT_PRESENT;
     int hashNid = NID_undef;
     const int status = pss_hash_nid(algorithm, &hashNid);
     if (status == R_ERROR_NONE)
@@ -72,114 +71,129 @@ int signature_algorithm(const X509_CRL* crl, uint32_t* value) {
     return status;
 }
 
-int update_time(const ASN1_TIME* asn1, R_TIME* time) {
-    if (asn1 == nullptr || ASN1_STRING_length(asn1) == 0)
-        return R_ERROR_NOT_PRESENT;
-    int64_t seconds = 0;
-    if (!r_time_from_asn1(asn1, &seconds))
-        return R_ERROR_DECODE;
-    time->seconds = seconds;
-    return R_ERROR_NONE;
+// The version as OpenSSL gives it: the INTEGER when it fits in 64 bits, -1
+// when it does not, 0 (v1) when absent.
+uint32_t version_of(const R_CRL* crl) {
+    const RCrlSpan& part = crl->parts[R_PART_VERSION];
+    if (part.length == 0)
+        return 0;
+    RDer in = r_crl_view(crl, part);
+    RDerElement integer;
+    r_der_next(&in, &integer);
+    const RDer& octets = integer.content;
+    // DER needs nine octets only for values past 64 bits.
+    if (octets.length > 8)
+        return UINT32_MAX;
+    uint64_t value = (octets.data[0] & 0x80) != 0 ? UINT64_MAX : 0;
+    for (size_t i = 0; i < octets.length; ++i)
+        value = value << 8 | octets.data[i];
+    return static_cast<uint32_t>(value);
 }
 
-int crl_number(const X509_CRL* crl, R_EXT* ext) {
-    const int index = X509_CRL_get_ext_by_NID(crl, NID_crl_number, -1);
-    if (index < 0)
-        return R_ERROR_NOT_PRESENT;
-    return r_ext_fill(ext, X509_CRL_get_ext(crl, index));
-}
-
-// Fills entry with a copy of revoked.
-int fill_entry(const X509_REVOKED* revoked, R_CRL_ENTRY* entry) {
-    X509_REVOKED* copy = X509_REVOKED_dup(revoked);
-    if (copy == nullptr) {
-        ERR_clear_error();
-        return R_ERROR_ALLOC_FAILURE;
+int crl_number(const R_CRL* crl, R_EXT* ext) {
+    RDer list = r_crl_view(crl, crl->index.extensionList);
+    RExtView view;
+    while (r_ext_next(&list, &view)) {
+        if (r_ext_nid(view.oid) == NID_crl_number)
+            return r_ext_fill(ext, view);
     }
-    r_crl_entry_set0(entry, copy);
-    return R_ERROR_NONE;
+    return R_ERROR_NOT_PRESENT;
+}
+
+} // namespace
+
+int r_time_of_element(const RDer& element, int64_t* seconds) {
+    RDer in = element;
+    RDerElement time;
+    if (!r_der_next(&in, &time))
+        return R_ERROR_DECODE;
+    ASN1_STRING asn1{};
+    asn1.type = time.tag == r_der_utc_time ? V_ASN1_UTCTIME : V_ASN1_GENERALIZEDTIME;
+    asn1.length = static_cast<int>(time.content.length);
+    // Only read: the string borrows the CRL's bytes.
+    asn1.data = const_cast<unsigned char*>(time.content.data);
+    if (asn1.length == 0)
+        return R_ERROR_NOT_PRESENT;
+    return r_time_from_asn1(&asn1, seconds) ? R_ERROR_NONE : R_ERROR_DECODE;
+}
+
+namespace {
+
+int update_time(const R_CRL* crl, RCrlPart part, R_TIME* time) {
+    if (crl->parts[part].length == 0)
+        return R_ERROR_NOT_PRESENT;
+    return r_time_of_element(r_crl_view(crl, crl->parts[part]), &time->seconds);
 }
 
 } // namespace
 
 extern "C" int R_CRL_get_info(R_CRL* crl, int id, void* value) {
-    if (crl == nullptr || crl->x509 == nullptr || value == nullptr)
+    if (crl == nullptr || value == nullptr)
         return R_ERROR_NULL_ARG;
     switch (id) {
     case R_CRL_INFO_ISSUER_NAME: {
-        const unsigned char* der = nullptr;
-        size_t length = 0;
-        if (X509_NAME_get0_der(X509_CRL_get_issuer(crl->x509), &der, &length) != 1) {
-            ERR_clear_error();
-            return R_ERROR_FAILED;
-        }
         auto* item = static_cast<R_ITEM*>(value);
-        item->len = static_cast<uint32_t>(length);
+        item->len = crl->parts[R_PART_ISSUER].length;
         // R_ITEM is not const; the bytes stay the CRL's and are only read.
-        item->data = const_cast<unsigned char*>(der);
+        item->data = crl->der + crl->parts[R_PART_ISSUER].offset;
         return R_ERROR_NONE;
     }
     case R_CRL_INFO_SIGNATURE_ALGORITHM:
-        return signature_algorithm(crl->x509, static_cast<uint32_t*>(value));
+        return signature_algorithm(crl->index.signatureAlgorithm, static_cast<uint32_t*>(value));
     case R_CRL_INFO_VERSION:
-        *static_cast<uint32_t*>(value) = static_cast<uint32_t>(X509_CRL_get_version(crl->x509));
+        *static_cast<uint32_t*>(value) = version_of(crl);
         return R_ERROR_NONE;
     case R_CRL_INFO_CRL_NUMBER:
-        return crl_number(crl->x509, static_cast<R_EXT*>(value));
+        return crl_number(crl, static_cast<R_EXT*>(value));
     case R_CRL_INFO_THIS_UPDATE:
-        return update_time(X509_CRL_get0_lastUpdate(crl->x509), static_cast<R_TIME*>(value));
+        return update_time(crl, R_PART_THIS_UPDATE, static_cast<R_TIME*>(value));
     case R_CRL_INFO_NEXT_UPDATE:
-        return update_time(X509_CRL_get0_nextUpdate(crl->x509), static_cast<R_TIME*>(value));
+        return update_time(crl, R_PART_NEXT_UPDATE, static_cast<R_TIME*>(value));
     default:
         return R_ERROR_FAILED;
     }
 }
 
 extern "C" int R_CRL_get_entry_count(R_CRL* crl, uint32_t* count) {
-    if (crl == nullptr || crl->x509 == nullptr || count == nullptr)
+    if (crl == nullptr || count == nullptr)
         return R_ERROR_NULL_ARG;
-    const int number = sk_X509_REVOKED_num(X509_CRL_get_REVOKED(crl->x509));
-    // A CRL without entries may have no list at all, which counts -1.
-    *count = number > 0 ? static_cast<uint32_t>(number) : 0;
+    *count = crl->index.entryCount;
     return R_ERROR_NONE;
 }
 
 extern "C" int R_CRL_get_entry(R_CRL* crl, uint32_t index, R_CRL_ENTRY* entry) {
-    if (crl == nullptr || crl->x509 == nullptr || entry == nullptr)
+    if (crl == nullptr || entry == nullptr)
         return R_ERROR_NULL_ARG;
-    STACK_OF(X509_REVOKED)* revoked = X509_CRL_get_REVOKED(crl->x509);
-    const int number = sk_X509_REVOKED_num(revoked);
-    if (number <= 0 || index >= static_cast<uint32_t>(number))
+    if (index >= crl->index.entryCount)
         return R_ERROR_NOT_PRESENT;
-    return fill_entry(sk_X509_REVOKED_value(revoked, static_cast<int>(index)), entry);
+    return r_crl_entry_fill(entry, r_crl_entry_element(crl, index));
 }
 
 extern "C" int R_CRL_find_entry(R_CRL* crl, R_CERT* cert, R_CRL_ENTRY* entry) {
-    if (crl == nullptr || crl->x509 == nullptr || cert == nullptr || cert->x509 == nullptr ||
-        entry == nullptr)
+    if (crl == nullptr || cert == nullptr || cert->x509 == nullptr || entry == nullptr)
         return R_ERROR_NULL_ARG;
     if (const int scope = R_CRL_check_scope(crl, cert); scope != R_ERROR_NONE)
         return scope;
-    const ASN1_INTEGER* serial = X509_get0_serialNumber(cert->x509);
-    if (serial == nullptr)
+    if (cert->serial.der == nullptr)
         return R_ERROR_FAILED;
-    X509_REVOKED* found = nullptr;
-    // Sorts the entries by serial once (under the CRL's lock), then searches.
-    const int result = X509_CRL_get0_by_serial(crl->x509, &found, serial);
-    // 2 is an entry whose reason is removeFromCRL: the certificate is no
-    // longer revoked.
-    if (result != 1 || found == nullptr) {
-        ERR_clear_error();
-        return R_ERROR_NOT_FOUND;
-    }
-    return fill_entry(found, entry);
+    const RDer serial{cert->serial.der + cert->serial.offset, cert->serial.length};
+    RDer element;
+    if (const int status = r_crl_index_find(crl, serial, &element); status != R_ERROR_NONE)
+        return status;
+    return r_crl_entry_fill(entry, element);
 }
 
 extern "C" int R_CRL_issuer_name_to_binary(R_CRL* crl, uint32_t bufferSize, unsigned char* buffer,
                                            uint32_t* length) {
-    if (crl == nullptr || crl->x509 == nullptr || length == nullptr ||
-        (buffer == nullptr && bufferSize != 0))
+    if (crl == nullptr || length == nullptr || (buffer == nullptr && bufferSize != 0))
         return R_ERROR_NULL_ARG;
     // The bytes as received, so hashes and comparisons match other tools.
-    return r_name_der_out(X509_CRL_get_issuer(crl->x509), bufferSize, buffer, length);
+    const RCrlSpan& issuer = crl->parts[R_PART_ISSUER];
+    *length = issuer.length;
+    if (buffer == nullptr)
+        return R_ERROR_NONE;
+    if (bufferSize < issuer.length)
+        return R_ERROR_BUFFER_TOO_SMALL;
+    std::memcpy(buffer, crl->der + issuer.offset, issuer.length);
+    return R_ERROR_NONE;
 }

@@ -7,16 +7,6 @@
 
 namespace {
 
-// Whether the IDP sets more than one of the "only contains" flags.
-bool conflicting_only_flags(const ISSUING_DIST_POINT* idp) {
-    return (idp->onlyuser ? 1 : 0) + (idp->onlyCA ? 1 : 0) + (idp->onlyattr ? 1 : 0) > 1;
-}
-
-bool empty(const ISSUING_DIST_POINT* idp) {
-    return idp->distpoint == nullptr && !idp->onlyuser && !idp->onlyCA && !idp->onlyattr &&
-           idp->onlysomereasons == nullptr && !idp->indirectCRL;
-}
-
 // A distribution point name and a list of general names share a directory
 // name: a name relative to the CRL issuer, made whole, against full names.
 bool directory_name_in(const X509_NAME* name, const GENERAL_NAMES* names) {
@@ -94,34 +84,12 @@ Kind kind_of(X509* cert) {
 
 } // namespace
 
-int r_crl_take_idp(R_CRL* crl) {
-    int critical = 0;
-    int index = -1;
-    auto* idp = static_cast<ISSUING_DIST_POINT*>(
-        X509_CRL_get_ext_d2i(crl->x509, NID_issuing_distribution_point, &critical, &index));
-    if (idp == nullptr) {
-        ERR_clear_error();
-        // -1: no IDP; anything else is one that does not parse, or several.
-        return critical == -1 ? R_ERROR_NONE : R_ERROR_UNSUPPORTED;
-    }
-    // An empty IDP, or one with two "only" flags, describes no scope.
-    if (empty(idp) || conflicting_only_flags(idp) ||
-        (idp->distpoint != nullptr &&
-         DIST_POINT_set_dpname(idp->distpoint, X509_CRL_get_issuer(crl->x509)) != 1)) {
-        ERR_clear_error();
-        ISSUING_DIST_POINT_free(idp);
-        return R_ERROR_UNSUPPORTED;
-    }
-    crl->idp = idp;
-    return R_ERROR_NONE;
-}
-
 extern "C" int R_CRL_check_scope(R_CRL* crl, R_CERT* cert) {
-    if (crl == nullptr || crl->x509 == nullptr || cert == nullptr || cert->x509 == nullptr)
+    if (crl == nullptr || cert == nullptr || cert->x509 == nullptr)
         return R_ERROR_NULL_ARG;
     if (served_only_indirectly(cert))
         return R_ERROR_OUT_OF_SCOPE;
-    const ISSUING_DIST_POINT* idp = crl->idp;
+    const ISSUING_DIST_POINT* idp = crl->index.idp;
     if (idp == nullptr)
         return R_ERROR_NONE;
     // Reason partitions and indirect CRLs need more than one CRL, or other

@@ -11,13 +11,13 @@ extern "C" int R_LIB_CTX_new(uint32_t kind, R_LIB_CTX** libCtx) {
     *libCtx = nullptr;
     if (kind != R_LIB_CTX_SHARED && kind != R_LIB_CTX_ISOLATED)
         return R_ERROR_FAILED;
-    auto* made = new (std::nothrow) R_LIB_CTX{};
+    auto* made = r_new<R_LIB_CTX>();
     if (made == nullptr)
         return R_ERROR_ALLOC_FAILURE;
     if (kind == R_LIB_CTX_ISOLATED) {
         made->ossl = OSSL_LIB_CTX_new();
         if (made->ossl == nullptr) {
-            delete made;
+            r_delete(made);
             return R_ERROR_ALLOC_FAILURE;
         }
         made->owned = true;
@@ -31,7 +31,7 @@ extern "C" int R_LIB_CTX_free(R_LIB_CTX* libCtx) {
         return R_ERROR_NONE;
     if (libCtx->owned)
         OSSL_LIB_CTX_free(libCtx->ossl);
-    delete libCtx;
+    r_delete(libCtx);
     return R_ERROR_NONE;
 }
 
@@ -47,11 +47,11 @@ extern "C" int R_LIB_CTX_set_time(R_LIB_CTX* libCtx, int fixed, int64_t seconds)
 extern "C" int R_CERT_CTX_new(R_LIB_CTX* libCtx, R_CERT_CTX** certCtx) {
     if (libCtx == nullptr || certCtx == nullptr)
         return R_ERROR_NULL_ARG;
-    *certCtx = new (std::nothrow) R_CERT_CTX{libCtx};
+    *certCtx = r_new<R_CERT_CTX>(libCtx);
     return *certCtx == nullptr ? R_ERROR_ALLOC_FAILURE : R_ERROR_NONE;
 }
 
 extern "C" int R_CERT_CTX_free(R_CERT_CTX* certCtx) {
-    delete certCtx;
+    r_delete(certCtx);
     return R_ERROR_NONE;
 }

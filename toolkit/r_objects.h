@@ -7,12 +7,16 @@
 
 #include <atomic>
 #include <new>
+#include <utility>
+
+#include <openssl/crypto.h>
 
 #include <openssl/err.h>
 #include <openssl/types.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
+#include "r_bytes.h"
 #include "r_toolkit.h"
 
 struct R_LIB_CTX {
@@ -28,15 +32,88 @@ struct R_CERT_CTX {
     R_LIB_CTX* libCtx;
 };
 
-struct R_CRL {
-    X509_CRL* x509;
-    R_LIB_CTX* libCtx;
-    // A decoded CRL writes, and verifies, its to-be-signed part as received
-    // until told it changed; set once it has been (see r_crl_changed).
-    bool reencodes = false;
-    // The Issuing Distribution Point of a decoded CRL, read once (owned);
-    // NULL when it has none.
+/* The parts of a CRL, in the order they are written. */
+enum RCrlPart {
+    R_PART_VERSION,
+    R_PART_TBS_SIGNATURE_ALGORITHM,
+    R_PART_ISSUER,
+    R_PART_THIS_UPDATE,
+    R_PART_NEXT_UPDATE,
+    R_PART_ENTRIES,    /* the revokedCertificates SEQUENCE */
+    R_PART_EXTENSIONS, /* the [0] around crlExtensions */
+    R_PART_SIGNATURE_ALGORITHM,
+    R_PART_SIGNATURE,
+    R_PART_COUNT
+};
+
+/* A run of a CRL's bytes; length 0 for a part that is absent. */
+struct RCrlSpan {
+    uint32_t offset = 0;
+    uint32_t length = 0;
+};
+
+/* Entries between two marks of a CRL's index. */
+constexpr uint32_t r_entry_stride = 16;
+
+/* What the one pass over a CRL's bytes learns, beyond where its parts are. */
+struct RCrlIndex {
+    RCrlSpan entryList;     /* the content of the entries' SEQUENCE */
+    RCrlSpan extensionList; /* the content of the extensions' SEQUENCE */
+    uint32_t entryCount = 0;
+    // Where every r_entry_stride-th entry's element starts: a million entries
+    // cost a quarter of a megabyte, and any entry is a few headers away.
+    uint32_t* marks = nullptr;
+    // Open addressing by serial: entry number + 1, 0 for free; the top bit
+    // marks a serial listed more than once.
+    uint32_t* slots = nullptr;
+    uint32_t slotMask = 0;
+    bool entriesSorted = true; /* in the order signing puts them */
+    // Entries from here on carry no reason, as OpenSSL reads them: it stops
+    // reading reasons at the first entry whose reason it cannot read.
+    uint32_t reasonsReadUpTo = 0;
+    X509_NAME* issuer = nullptr;              /* decoded once, for comparison and text */
+    X509_ALGOR* signatureAlgorithm = nullptr; /* NULL until signed */
+    // The Issuing Distribution Point, read once, names relative to the
+    // issuer made whole; NULL when the CRL has none.
     ISSUING_DIST_POINT* idp = nullptr;
+};
+
+struct R_CRL {
+    R_LIB_CTX* libCtx = nullptr;
+    // The CRL's bytes (OpenSSL's allocator): as received for a decoded CRL,
+    // as last written for one being built or changed.
+    unsigned char* der = nullptr;
+    uint32_t length = 0;
+    RCrlSpan tbs; /* the to-be-signed element, what the signature covers */
+    RCrlSpan parts[R_PART_COUNT];
+    RCrlIndex index;
+};
+
+/* An extension: its element, kept whole. */
+struct R_EXT {
+    R_LIB_CTX* libCtx = nullptr;
+    RBytes der;
+    RCrlSpan oid;   /* content octets of extnID */
+    RCrlSpan value; /* content octets of extnValue */
+    bool critical = false;
+    bool filled = false;
+};
+
+/*
+ * An entry: the content octets of its element (serial, revocation date,
+ * extensions), or of as much of them as has been set on one being built.
+ */
+struct R_CRL_ENTRY {
+    R_LIB_CTX* libCtx = nullptr;
+    RBytes body;
+    uint32_t serialLength = 0; /* the serial's element; 0 until set */
+    uint32_t dateLength = 0;   /* the date's element after it; 0 until set */
+};
+
+/* Bytes someone else owns. */
+struct RDerView {
+    const unsigned char* data = nullptr;
+    size_t length = 0;
 };
 
 /* An INTEGER's DER, kept so that its content octets can be handed out. */
@@ -44,12 +121,6 @@ struct R_INTEGER_OCTETS {
     unsigned char* der = nullptr;
     uint32_t offset = 0; /* where the content octets start in der */
     uint32_t length = 0;
-};
-
-struct R_CRL_ENTRY {
-    X509_REVOKED* x509 = nullptr; /* NULL until filled */
-    R_LIB_CTX* libCtx = nullptr;
-    R_INTEGER_OCTETS serial; /* made on first request, dropped on refill */
 };
 
 struct R_CERT {
@@ -61,10 +132,14 @@ struct R_CERT {
     // distPointStatus is R_ERROR_DECODE when the extension does not parse.
     CRL_DIST_POINTS* distPoints = nullptr;
     int distPointStatus = R_ERROR_NONE;
+    // The names' DER as received, found once: the certificate owns the bytes.
+    RDerView issuer;
+    RDerView subject;
 };
 
+/* A name: its DER as received. */
 struct R_CERT_NAME {
-    X509_NAME* x509;
+    RBytes der;
 };
 
 struct R_TIME_CTX {
@@ -74,11 +149,6 @@ struct R_TIME_CTX {
 struct R_TIME {
     int64_t seconds;                   /* since 1970-01-01 UTC */
     const R_LIB_CTX* libCtx = nullptr; /* whose fixed time R_TIME_time honours */
-};
-
-struct R_EXT {
-    X509_EXTENSION* x509 = nullptr; /* NULL until filled */
-    R_LIB_CTX* libCtx = nullptr;
 };
 
 struct R_PKEY {
@@ -92,6 +162,23 @@ void r_integer_octets_free(R_INTEGER_OCTETS* octets);
 /* An item over the content octets, owned by octets. */
 void r_integer_octets_item(const R_INTEGER_OCTETS& octets, R_ITEM* item);
 
+/*
+ * A new T built from args, in memory from OpenSSL's allocator, so that
+ * allocation-failure tests reach every toolkit object; NULL when out of memory.
+ */
+template <typename T, typename... Args> T* r_new(Args&&... args) {
+    void* memory = OPENSSL_malloc(sizeof(T));
+    return memory == nullptr ? nullptr : new (memory) T{std::forward<Args>(args)...};
+}
+
+/* Destroys and releases an object made by r_new; NULL is allowed. */
+template <typename T> void r_delete(T* object) {
+    if (object != nullptr) {
+        object->~T();
+        OPENSSL_free(object);
+    }
+}
+
 /* A new holder for *out made in libCtx (flags must be 0), empty but for libCtx. */
 template <typename T> int r_new_holder(R_LIB_CTX* libCtx, uint32_t flags, T** out) {
     if (libCtx == nullptr || out == nullptr)
@@ -99,7 +186,7 @@ template <typename T> int r_new_holder(R_LIB_CTX* libCtx, uint32_t flags, T** ou
     *out = nullptr;
     if (flags != 0)
         return R_ERROR_FAILED;
-    *out = new (std::nothrow) T{};
+    *out = r_new<T>();
     if (*out == nullptr)
         return R_ERROR_ALLOC_FAILURE;
     (*out)->libCtx = libCtx;
@@ -142,42 +229,8 @@ ASN1_TIME* r_time_to_asn1(int64_t seconds, ASN1_TIME* reuse);
  */
 int r_crl_time(int64_t seconds, ASN1_TIME** asn1);
 
-/*
- * Makes crl write its to-be-signed part from its fields from now on, as
- * every setter must after changing one: OpenSSL would otherwise keep writing
- * (and verifying) a decoded CRL's received bytes, old values and old
- * signature included. The signature is left as it was, so a changed CRL
- * does not verify until it is signed again.
- */
-void r_crl_changed(R_CRL* crl);
-
-/* Makes ext hold a copy of extension, freeing what it held. */
-int r_ext_fill(R_EXT* ext, const X509_EXTENSION* extension);
-
-/* Makes entry hold revoked (taking it), freeing what it held. */
-void r_crl_entry_set0(R_CRL_ENTRY* entry, X509_REVOKED* revoked);
-
-/* A name's DER as received into buffer; a size query when buffer is NULL. */
-int r_name_der_out(const X509_NAME* name, uint32_t bufferSize, unsigned char* buffer,
-                   uint32_t* length);
-
-/*
- * True when every critical extension of the CRL and of its entries is one the
- * toolkit processes, and the CRL is no delta CRL: a CRL that fails this is
- * not its issuer's list of revocations for any certificate.
- */
-bool r_crl_extensions_processable(const X509_CRL* crl);
-
-/*
- * Reads crl's Issuing Distribution Point into crl->idp, with names relative
- * to the issuer made whole. R_ERROR_UNSUPPORTED for one that does not parse,
- * is repeated, is empty or sets two "only contains" flags: it has no scope
- * the toolkit could keep to.
- */
-int r_crl_take_idp(R_CRL* crl);
-
-/* A new R_CERT_NAME holding a copy of name (the received DER kept), or NULL. */
-R_CERT_NAME* r_cert_name_dup(const X509_NAME* name);
+/* A new R_CERT_NAME holding a copy of a name's DER, or NULL. */
+R_CERT_NAME* r_cert_name_of(const RDerView& der);
 
 /*
  * name as RFC 4514 text, NUL-terminated in buffer. *length is the text's

@@ -54,7 +54,7 @@ extern "C" int R_PKEY_from_bytes(R_LIB_CTX* libCtx, uint32_t length, const unsig
     ERR_clear_error();
     if (decoded == nullptr)
         return R_ERROR_DECODE;
-    *key = new (std::nothrow) R_PKEY{decoded, libCtx};
+    *key = r_new<R_PKEY>(decoded, libCtx);
     if (*key == nullptr) {
         EVP_PKEY_free(decoded);
         return R_ERROR_ALLOC_FAILURE;
@@ -82,7 +82,7 @@ extern "C" int R_PKEY_to_binary(R_PKEY* key, uint32_t bufferSize, unsigned char*
 extern "C" int R_PKEY_free(R_PKEY* key) {
     if (key != nullptr) {
         EVP_PKEY_free(key->pkey);
-        delete key;
+        r_delete(key);
     }
     return R_ERROR_NONE;
 }

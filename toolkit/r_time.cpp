@@ -147,14 +147,14 @@ extern "C" int R_TIME_CTX_new(R_LIB_CTX* libCtx, uint32_t flags, R_TIME_CTX** ti
 }
 
 extern "C" int R_TIME_CTX_free(R_TIME_CTX* timeCtx) {
-    delete timeCtx;
+    r_delete(timeCtx);
     return R_ERROR_NONE;
 }
 
 extern "C" int R_TIME_new(R_TIME_CTX* timeCtx, R_TIME** time) {
     if (timeCtx == nullptr || time == nullptr)
         return R_ERROR_NULL_ARG;
-    *time = new (std::nothrow) R_TIME{0, timeCtx->libCtx};
+    *time = r_new<R_TIME>(0, timeCtx->libCtx);
     return *time == nullptr ? R_ERROR_ALLOC_FAILURE : R_ERROR_NONE;
 }
 
@@ -170,7 +170,7 @@ extern "C" int R_TIME_time(R_TIME* time) {
 extern "C" int R_TIME_dup(R_TIME* time, R_TIME** copy) {
     if (time == nullptr || copy == nullptr)
         return R_ERROR_NULL_ARG;
-    *copy = new (std::nothrow) R_TIME{time->seconds, time->libCtx};
+    *copy = r_new<R_TIME>(time->seconds, time->libCtx);
     return *copy == nullptr ? R_ERROR_ALLOC_FAILURE : R_ERROR_NONE;
 }
 
@@ -213,6 +213,6 @@ extern "C" int R_TIME_cmp(R_TIME* first, R_TIME* second, int32_t* result) {
 }
 
 extern "C" int R_TIME_free(R_TIME* time) {
-    delete time;
+    r_delete(time);
     return R_ERROR_NONE;
 }

@@ -72,6 +72,18 @@ int R_CRL_new(R_LIB_CTX* libCtx, uint32_t flags, R_CRL** crl);
 int R_CRL_from_binary(R_LIB_CTX* libCtx, uint32_t flags, uint32_t length, const unsigned char* der,
                       uint32_t* consumed, R_CRL** crl);
 
+/* A buffer of size bytes from the toolkit's allocator; NULL when out of memory. */
+unsigned char* R_BUFFER_new(uint32_t size);
+void R_BUFFER_free(unsigned char* buffer);
+
+/*
+ * R_CRL_from_binary over der from R_BUFFER_new, which the new CRL keeps as
+ * its bytes instead of a copy: on success the CRL owns der (cut to the bytes
+ * it took), on failure the caller still does.
+ */
+int R_CRL_from_binary_owned(R_LIB_CTX* libCtx, uint32_t flags, uint32_t length, unsigned char* der,
+                            uint32_t* consumed, R_CRL** crl);
+
 /* How R_CRL_from_binary takes an extension, by its OpenSSL NID. */
 #define R_CRL_EXT_IGNORED 0   /* read past when not critical; refuses the CRL when critical */
 #define R_CRL_EXT_PROCESSED 1 /* taken into account, critical or not */

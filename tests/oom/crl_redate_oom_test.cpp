@@ -76,17 +76,19 @@ TEST_F(RedateOomTest, WhatTheCrlSaysIsWhatItWrites) {
         [&](uint32_t status, bool injected) {
             const std::string nextUpdate = next_update();
             const Bytes written = toolkit_bytes(crl_->crl, R_CRL_to_binary);
-            if (status == QXL_ERR_CERT_EXPIRED) {
+            // The layer's own clock can fail too once the date has moved.
+            EXPECT_TRUE(
+                status == QXL_ERR_CERT_EXPIRED ||
+                (injected && (status == QXERR_TOOLKIT_FAILURE || status == QXL_ERR_TOOLKIT)))
+                << status;
+            if (nextUpdate != before_) {
                 // Moved: written so, and no longer under the old signature.
-                EXPECT_NE(nextUpdate, before_);
                 Crl read = openssl_crl(written);
                 ASSERT_NE(read, nullptr);
                 EXPECT_EQ(rfc3339(X509_CRL_get0_nextUpdate(read.get())), nextUpdate);
                 EXPECT_EQ(verify(), QXERR_CRL_SIGN);
             } else {
-                EXPECT_TRUE(injected);
-                EXPECT_EQ(status, QXERR_TOOLKIT_FAILURE);
-                EXPECT_EQ(nextUpdate, before_);
+                EXPECT_NE(status, QXL_ERR_CERT_EXPIRED);
                 EXPECT_EQ(written, der_);
                 EXPECT_EQ(verify(), 0u);
             }

@@ -43,13 +43,13 @@ CertPtr ToolkitTest::cert(const X509* x509) {
     return CertPtr(made);
 }
 
-EntryPtr ToolkitTest::entry() {
+EntryPtr ToolkitTest::new_entry() {
     R_CRL_ENTRY* made = nullptr;
     EXPECT_EQ(R_CRL_ENTRY_new(lib, 0, &made), R_ERROR_NONE);
     return EntryPtr(made);
 }
 
-ExtPtr ToolkitTest::ext() {
+ExtPtr ToolkitTest::new_ext() {
     R_EXT* made = nullptr;
     EXPECT_EQ(R_EXT_new(lib, 0, &made), R_ERROR_NONE);
     return ExtPtr(made);

@@ -26,8 +26,8 @@ class ToolkitTest : public ::testing::Test {
     CertPtr cert(const X509* x509);
     TimePtr time_at(int64_t seconds);
     // Empty holders that the CRL's getters fill.
-    EntryPtr entry();
-    ExtPtr ext();
+    EntryPtr new_entry();
+    ExtPtr new_ext();
     // The seconds a time object holds, read back through format 3.
     static int64_t seconds(R_TIME* time);
     static Bytes serial_of(R_CRL_ENTRY* entry);

@@ -81,11 +81,11 @@ TEST_F(ToolkitCrlExtensionList, EveryExtensionAsOpensslReadsIt) {
     ASSERT_EQ(R_CRL_get_extension_count(crl.get(), &count), R_ERROR_NONE);
     ASSERT_EQ(count, expected.size());
     for (uint32_t i = 0; i < count; ++i) {
-        ExtPtr extension = ext();
+        ExtPtr extension = new_ext();
         ASSERT_EQ(R_CRL_get_extension(crl.get(), i, extension.get()), R_ERROR_NONE);
         EXPECT_EQ(read(extension.get()), expected[i]) << "CRL extension " << i;
     }
-    ExtPtr past = ext();
+    ExtPtr past = new_ext();
     EXPECT_EQ(R_CRL_get_extension(crl.get(), count, past.get()), R_ERROR_NOT_PRESENT);
 
     STACK_OF(X509_REVOKED)* revoked = X509_CRL_get_REVOKED(reference.get());
@@ -95,12 +95,12 @@ TEST_F(ToolkitCrlExtensionList, EveryExtensionAsOpensslReadsIt) {
         const std::vector<Extension> entryExpected = openssl_extensions(
             X509_REVOKED_get0_extensions(sk_X509_REVOKED_value(revoked, static_cast<int>(index))));
         withExtensions += entryExpected.empty() ? 0 : 1;
-        EntryPtr read_entry = entry();
+        EntryPtr read_entry = new_entry();
         ASSERT_EQ(R_CRL_get_entry(crl.get(), index, read_entry.get()), R_ERROR_NONE);
         ASSERT_EQ(R_CRL_ENTRY_get_extension_count(read_entry.get(), &count), R_ERROR_NONE);
         ASSERT_EQ(count, entryExpected.size()) << "entry " << index;
         for (uint32_t i = 0; i < count; ++i) {
-            ExtPtr extension = ext();
+            ExtPtr extension = new_ext();
             ASSERT_EQ(R_CRL_ENTRY_get_extension(read_entry.get(), i, extension.get()),
                       R_ERROR_NONE);
             EXPECT_EQ(read(extension.get()), entryExpected[i]) << "entry " << index << " ext " << i;
@@ -119,10 +119,10 @@ TEST_F(ToolkitCrlExtensionList, ExtensionsOutliveTheirCrl) {
         {{0x05}, std::time(nullptr) - 60, {{"2.5.29.21", true, reasonKeyCompromise}}}};
     CrlPtr crl = decode(make_crl(shared_issuer(), recipe));
     ASSERT_NE(crl, nullptr);
-    ExtPtr number = ext();
-    ExtPtr reason = ext();
+    ExtPtr number = new_ext();
+    ExtPtr reason = new_ext();
     ASSERT_EQ(R_CRL_get_extension(crl.get(), 0, number.get()), R_ERROR_NONE);
-    EntryPtr first = entry();
+    EntryPtr first = new_entry();
     ASSERT_EQ(R_CRL_get_entry(crl.get(), 0, first.get()), R_ERROR_NONE);
     ASSERT_EQ(R_CRL_ENTRY_get_extension(first.get(), 0, reason.get()), R_ERROR_NONE);
     first.reset();
@@ -132,7 +132,7 @@ TEST_F(ToolkitCrlExtensionList, ExtensionsOutliveTheirCrl) {
 }
 
 TEST_F(ToolkitCrlExtensionList, EmptyHoldersAndBadArguments) {
-    ExtPtr empty = ext();
+    ExtPtr empty = new_ext();
     R_ITEM item{};
     uint32_t critical = 7;
     EXPECT_EQ(R_EXT_get_info(empty.get(), R_EXT_INFO_OID, &item), R_ERROR_NOT_PRESENT);
@@ -140,7 +140,7 @@ TEST_F(ToolkitCrlExtensionList, EmptyHoldersAndBadArguments) {
     EXPECT_EQ(critical, 7u);
     EXPECT_EQ(R_EXT_get_info(empty.get(), 99, &item), R_ERROR_FAILED);
 
-    EntryPtr unfilled = entry();
+    EntryPtr unfilled = new_entry();
     uint32_t count = 7;
     EXPECT_EQ(R_CRL_ENTRY_get_extension_count(unfilled.get(), &count), R_ERROR_NONE);
     EXPECT_EQ(count, 0u);

@@ -1,0 +1,113 @@
+// Where a received CRL's parts lie: the outer structure and the
+// to-be-signed fields, checked as OpenSSL's decoder checks them. The
+// entries and extensions are left to the index, which reads them anyway.
+#include <openssl/x509.h>
+
+#include "r_crl_parts.h"
+
+namespace {
+
+bool is_time_tag(unsigned char tag) {
+    return r_der_peek(RDer{&tag, 1}, r_der_utc_time) ||
+           r_der_peek(RDer{&tag, 1}, r_der_generalized_time);
+}
+
+// A time: OpenSSL takes either type with any content.
+bool take_time(RDer* in, RDerElement* element) {
+    RDer rest = *in;
+    if (!r_der_next(&rest, element) ||
+        (element->tag != r_der_utc_time && element->tag != r_der_generalized_time))
+        return false;
+    *in = rest;
+    return true;
+}
+
+// An AlgorithmIdentifier: its parameters may be any element, which OpenSSL
+// reads by type, so OpenSSL decides.
+bool algorithm_ok(const RDer& whole) {
+    const unsigned char* cursor = whole.data;
+    X509_ALGOR* algorithm = d2i_X509_ALGOR(nullptr, &cursor, static_cast<long>(whole.length));
+    const bool ok = algorithm != nullptr && cursor == whole.data + whole.length;
+    X509_ALGOR_free(algorithm);
+    ERR_clear_error();
+    return ok;
+}
+
+void set(RCrlSpan parts[R_PART_COUNT], RCrlPart part, const unsigned char* base,
+         const RDer& whole) {
+    parts[part] = {static_cast<uint32_t>(whole.data - base), static_cast<uint32_t>(whole.length)};
+}
+
+// The fields of the to-be-signed part, in order; the optional ones are known
+// by their tag, whatever their constructed bit, as OpenSSL knows them.
+bool read_fields(RDer fields, const unsigned char* base, RCrlSpan parts[R_PART_COUNT]) {
+    RDerElement element;
+    if (r_der_peek(fields, r_der_integer)) {
+        if (!r_der_take(&fields, r_der_integer, &element) || !r_der_integer_ok(element.content))
+            return false;
+        set(parts, R_PART_VERSION, base, element.whole);
+    }
+    if (!r_der_take(&fields, r_der_sequence, &element) || !algorithm_ok(element.whole))
+        return false;
+    set(parts, R_PART_TBS_SIGNATURE_ALGORITHM, base, element.whole);
+    // The name is checked where it is decoded, by the index.
+    if (!r_der_take(&fields, r_der_sequence, &element))
+        return false;
+    set(parts, R_PART_ISSUER, base, element.whole);
+    if (!take_time(&fields, &element))
+        return false;
+    set(parts, R_PART_THIS_UPDATE, base, element.whole);
+    if (!fields.empty() && is_time_tag(fields.data[0])) {
+        if (!take_time(&fields, &element))
+            return false;
+        set(parts, R_PART_NEXT_UPDATE, base, element.whole);
+    }
+    if (r_der_peek(fields, r_der_sequence)) {
+        if (!r_der_take(&fields, r_der_sequence, &element))
+            return false;
+        set(parts, R_PART_ENTRIES, base, element.whole);
+    }
+    if (r_der_peek(fields, r_der_explicit_0)) {
+        RDerElement list;
+        if (!r_der_take(&fields, r_der_explicit_0, &element))
+            return false;
+        RDer inside = element.content;
+        if (!r_der_take(&inside, r_der_sequence, &list) || !inside.empty())
+            return false;
+        set(parts, R_PART_EXTENSIONS, base, element.whole);
+    }
+    return fields.empty();
+}
+
+} // namespace
+
+int r_crl_layout(const unsigned char* der, size_t length, RCrlSpan parts[R_PART_COUNT],
+                 RCrlSpan* tbsSpan, size_t* consumed) {
+    if (length > UINT32_MAX)
+        return R_ERROR_DECODE;
+    for (int part = 0; part < R_PART_COUNT; ++part)
+        parts[part] = RCrlSpan{};
+    RDer in{der, length};
+    RDerElement crl;
+    RDerElement tbs;
+    RDerElement algorithm;
+    RDerElement signature;
+    if (!r_der_take(&in, r_der_sequence, &crl))
+        return R_ERROR_DECODE;
+    RDer body = crl.content;
+    if (!r_der_take(&body, r_der_sequence, &tbs) ||
+        !r_der_take(&body, r_der_sequence, &algorithm) ||
+        !r_der_take(&body, r_der_bit_string, &signature) || !body.empty())
+        return R_ERROR_DECODE;
+    // A BIT STRING starts with its count of unused bits, at most 7.
+    if (signature.content.empty() || signature.content.data[0] > 7)
+        return R_ERROR_DECODE;
+    if (!read_fields(tbs.content, der, parts))
+        return R_ERROR_DECODE;
+    set(parts, R_PART_SIGNATURE_ALGORITHM, der, algorithm.whole);
+    set(parts, R_PART_SIGNATURE, der, signature.whole);
+    *tbsSpan = {static_cast<uint32_t>(tbs.whole.data - der),
+                static_cast<uint32_t>(tbs.whole.length)};
+    *consumed = crl.whole.length;
+    return R_ERROR_NONE;
+}
