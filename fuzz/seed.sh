@@ -14,8 +14,9 @@
 #                (what fuzz/ldap_answer.cpp reads)
 #   http_answer  two bound bytes and a framing byte, then a web server's
 #                body: DER CRLs and PEM texts (what fuzz/http_answer.cpp reads)
-#   crl_differential  DER CRLs, and CRLs that the target signs with the key
-#                of its fixed issuer, so that it compares verifications that pass
+#   crl_differential  DER CRLs, CRLs that the target signs with the key of
+#                its fixed issuer, so that it compares verifications that pass,
+#                and fuzz/differential_cases/
 # Files over 64 KiB are left out: libFuzzer sizes its inputs after the
 # largest seed, and megabyte inputs would slow every run.
 set -euo pipefail
@@ -266,6 +267,10 @@ sed 's/$/\r/' "$seeds/pki-bundle" >"$seeds/pki-bundle-crlf"
 # CRLs signed by the differential target's fixed issuer, whose key only the
 # target holds; it writes them and exits.
 QXCRL_DIFFERENTIAL_SEEDS="$out/crl_differential" "$differential"
+# Some of those, changed by hand where OpenSSL is lenient: a list of entry
+# extensions under a primitive SEQUENCE tag, a CRL Number value as a
+# constructed OCTET STRING, an outer signature algorithm unlike the inner one.
+cp fuzz/differential_cases/* "$out/crl_differential/"
 
 for target in "${targets[@]}"; do
     echo "seed.sh: $target: $(find "$out/$target" -type f | wc -l) seeds"
