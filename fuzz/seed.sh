@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Fills <out>/<target>/ (default build-fuzz/seeds) with seed inputs made from
-# the shared corpus ($QXCRL_CORPUS or ../shared/corpus) and from a small PKI
-# that fuzz/seed_pki.sh makes with the openssl command:
+# the shared corpus ($QXCRL_CORPUS or ../shared/corpus), from a small PKI
+# that fuzz/seed_pki.sh makes with the openssl command, and from the built
+# fuzz_crl_differential (second argument, default <out>/../fuzz/):
 #   der_details  DER CRLs              file_load  DER and PEM CRLs
 #   pem_text     PEM CRLs              base64     PEM bodies
 #   concat_status  PEM CRLs with the certificates of their issuers
@@ -13,20 +14,28 @@
 #                (what fuzz/ldap_answer.cpp reads)
 #   http_answer  two bound bytes and a framing byte, then a web server's
 #                body: DER CRLs and PEM texts (what fuzz/http_answer.cpp reads)
+#   crl_differential  DER CRLs, CRLs that the target signs with the key of
+#                its fixed issuer, so that it compares verifications that pass,
+#                and fuzz/differential_cases/
 # Files over 64 KiB are left out: libFuzzer sizes its inputs after the
 # largest seed, and megabyte inputs would slow every run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 out=${1:-build-fuzz/seeds}
+differential=${2:-$(dirname "$out")/fuzz/fuzz_crl_differential}
 corpus=${QXCRL_CORPUS:-../shared/corpus}
 max_bytes=65536
 separator='--qxfetch--'
 targets=(der_details file_load pem_text base64 concat_status cert_record private_key
-    ldap_answer http_answer)
+    ldap_answer http_answer crl_differential)
 
 if [ ! -d "$corpus" ]; then
     echo "seed.sh: no corpus at $corpus" >&2
+    exit 1
+fi
+if [ ! -x "$differential" ]; then
+    echo "seed.sh: no differential target at $differential (build it first)" >&2
     exit 1
 fi
 
@@ -127,6 +136,7 @@ while IFS= read -r -d '' file; do
         continue
     fi
     cp "$der" "$out/der_details/$name"
+    cp "$der" "$out/crl_differential/$name"
     { printf '\x0f\x0f\x00'; cat "$der"; } >"$out/http_answer/$name"
     { ldap_bounds 3f 11; ldap_attribute "$binary" "$der" | ldap_entry; ldap_result 00; } \
         >"$out/ldap_answer/$name"
@@ -191,6 +201,7 @@ fuzz/seed_pki.sh "$pki"
 for crl in crl crl2 long-crl; do
     openssl crl -in "$pki/$crl.pem" -outform DER -out "$work/$crl.der"
     cp "$work/$crl.der" "$out/der_details/pki-$crl"
+    cp "$work/$crl.der" "$out/crl_differential/pki-$crl"
     cp "$pki/$crl.pem" "$out/pem_text/pki-$crl"
 done
 cp "$pki"/keys/* "$out/private_key/"
@@ -252,6 +263,14 @@ seeds="$out/concat_status"
 sed 's/$/\r/' "$seeds/pki-bundle" >"$seeds/pki-bundle-crlf"
 (cd "$pki" && cat crl.pem long-crl.pem leaf.pem long-leaf.pem) >"$seeds/pki-long-issuer"
 { sed 's/X509 CRL/CRL/' "$pki/crl.pem"; cat "$pki/leaf.pem"; } >"$seeds/pki-other-label"
+
+# CRLs signed by the differential target's fixed issuer, whose key only the
+# target holds; it writes them and exits.
+QXCRL_DIFFERENTIAL_SEEDS="$out/crl_differential" "$differential"
+# Some of those, changed by hand where OpenSSL is lenient: a list of entry
+# extensions under a primitive SEQUENCE tag, a CRL Number value as a
+# constructed OCTET STRING, an outer signature algorithm unlike the inner one.
+cp fuzz/differential_cases/* "$out/crl_differential/"
 
 for target in "${targets[@]}"; do
     echo "seed.sh: $target: $(find "$out/$target" -type f | wc -l) seeds"

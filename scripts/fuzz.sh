@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 
 seconds=${1:-60}
 targets=(der_details pem_text file_load base64 concat_status cert_record private_key ldap_answer
-    http_answer)
+    http_answer crl_differential)
 build=build-fuzz
 
 # Per target: the largest input, and a dictionary where the input has
@@ -29,13 +29,14 @@ declare -A options=(
     [private_key]="-max_len=16384 -timeout=10 -dict=fuzz/private_key.dict"
     [ldap_answer]="-max_len=65536 -timeout=10 -dict=fuzz/ldap_answer.dict"
     [http_answer]="-max_len=65536 -timeout=10 -dict=fuzz/pem_markers.dict"
+    [crl_differential]="-max_len=65536 -timeout=10"
 )
 
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DQXCRL_FUZZ=ON -DQXCRL_BUILD_TESTS=OFF -DQXCRL_WERROR=ON
 cmake --build "$build" --target fuzz
 
-fuzz/seed.sh "$build/seeds"
+fuzz/seed.sh "$build/seeds" "$build/fuzz/fuzz_crl_differential"
 mkdir -p "$build/artifacts"
 
 # libFuzzer's own per-input leak check rescans the heap whenever an input

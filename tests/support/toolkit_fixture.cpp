@@ -43,6 +43,18 @@ CertPtr ToolkitTest::cert(const X509* x509) {
     return CertPtr(made);
 }
 
+EntryPtr ToolkitTest::new_entry() {
+    R_CRL_ENTRY* made = nullptr;
+    EXPECT_EQ(R_CRL_ENTRY_new(lib, 0, &made), R_ERROR_NONE);
+    return EntryPtr(made);
+}
+
+ExtPtr ToolkitTest::new_ext() {
+    R_EXT* made = nullptr;
+    EXPECT_EQ(R_EXT_new(lib, 0, &made), R_ERROR_NONE);
+    return ExtPtr(made);
+}
+
 TimePtr ToolkitTest::time_at(int64_t at) {
     R_TIME* made = nullptr;
     EXPECT_EQ(R_TIME_new(timeCtx, &made), R_ERROR_NONE);

@@ -40,16 +40,6 @@ Bytes name_der(const X509_NAME* name) {
 
 class ToolkitCrlRead : public ToolkitTest {
   protected:
-    EntryPtr entry() {
-        R_CRL_ENTRY* made = nullptr;
-        EXPECT_EQ(R_CRL_ENTRY_new(lib, 0, &made), R_ERROR_NONE);
-        return EntryPtr(made);
-    }
-    ExtPtr ext() {
-        R_EXT* made = nullptr;
-        EXPECT_EQ(R_EXT_new(lib, 0, &made), R_ERROR_NONE);
-        return ExtPtr(made);
-    }
     TimePtr time() {
         R_TIME* made = nullptr;
         EXPECT_EQ(R_TIME_new(timeCtx, &made), R_ERROR_NONE);
@@ -118,7 +108,7 @@ TEST_F(ToolkitCrlRead, EveryInfoIdOnEveryIssuerKind) {
         EXPECT_EQ(R_CRL_get_info(crl.get(), R_CRL_INFO_ISSUER_NAME, &item), R_ERROR_NONE);
         EXPECT_EQ(item_bytes(item), issuerDer);
 
-        ExtPtr number = ext();
+        ExtPtr number = new_ext();
         EXPECT_EQ(R_EXT_get_info(number.get(), R_EXT_INFO_VALUE, &item), R_ERROR_NOT_PRESENT);
         EXPECT_EQ(R_CRL_get_info(crl.get(), R_CRL_INFO_CRL_NUMBER, number.get()), R_ERROR_NONE);
         EXPECT_EQ(R_EXT_get_info(number.get(), R_EXT_INFO_VALUE, &item), R_ERROR_NONE);
@@ -127,6 +117,8 @@ TEST_F(ToolkitCrlRead, EveryInfoIdOnEveryIssuerKind) {
         EXPECT_EQ(R_CRL_get_info(crl.get(), R_CRL_INFO_CRL_NUMBER, number.get()), R_ERROR_NONE);
         EXPECT_EQ(R_EXT_get_info(number.get(), R_EXT_INFO_VALUE, &item), R_ERROR_NONE);
         EXPECT_EQ(item_bytes(item), (Bytes{0x02, 0x02, 0x10, 0x92}));
+        EXPECT_EQ(R_EXT_get_info(number.get(), R_EXT_INFO_OID, &item), R_ERROR_NONE);
+        EXPECT_EQ(item_bytes(item), (Bytes{0x55, 0x1d, 0x14}));
         EXPECT_EQ(R_EXT_get_info(number.get(), 99, &item), R_ERROR_FAILED);
 
         CertPtr issuerCert = cert(issuer.cert.get());
@@ -185,13 +177,13 @@ TEST_F(ToolkitCrlRead, MissingFieldsAndFarDates) {
     EXPECT_NE(R_TIME_export(time.get(), R_TIME_FORMAT_SECONDS_BE, bytes, &length, 8), R_ERROR_NONE);
     EXPECT_EQ(R_CRL_get_info(crl.get(), R_CRL_INFO_NEXT_UPDATE, time.get()), R_ERROR_NOT_PRESENT);
     EXPECT_EQ(text(time.get()), "1960-01-01T00:00:00Z");
-    ExtPtr number = ext();
+    ExtPtr number = new_ext();
     EXPECT_EQ(R_CRL_get_info(crl.get(), R_CRL_INFO_CRL_NUMBER, number.get()), R_ERROR_NOT_PRESENT);
     R_ITEM item{};
     EXPECT_EQ(R_EXT_get_info(number.get(), R_EXT_INFO_VALUE, &item), R_ERROR_NOT_PRESENT);
 
     std::set<std::string> dates;
-    EntryPtr entry = this->entry();
+    EntryPtr entry = new_entry();
     for (uint32_t index = 0; index < 2; ++index) {
         ASSERT_EQ(R_CRL_get_entry(crl.get(), index, entry.get()), R_ERROR_NONE);
         EXPECT_EQ(R_CRL_ENTRY_get_info(entry.get(), R_CRL_ENTRY_INFO_REVOCATION_DATE, time.get()),
@@ -248,7 +240,7 @@ TEST_F(ToolkitCrlRead, EntrySerialsAreTheEncodedOctets) {
     uint32_t count = 0;
     ASSERT_EQ(R_CRL_get_entry_count(crl.get(), &count), R_ERROR_NONE);
     ASSERT_EQ(count, magnitudes.size());
-    EntryPtr entry = this->entry();
+    EntryPtr entry = new_entry();
     R_ITEM item{};
     EXPECT_EQ(R_CRL_ENTRY_get_info(entry.get(), R_CRL_ENTRY_INFO_SERIAL, &item),
               R_ERROR_NOT_PRESENT);
@@ -320,7 +312,7 @@ TEST_F(ToolkitCrlRead, FindEntryAmongThousands) {
     CrlPtr crl = decode(make_crl(issuer, recipe));
     ASSERT_NE(crl, nullptr);
 
-    EntryPtr entry = this->entry();
+    EntryPtr entry = new_entry();
     TimePtr time = this->time();
     auto find = [&](const Bytes& magnitude) {
         LeafOptions leaf;
