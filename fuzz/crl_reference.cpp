@@ -171,4 +171,76 @@ bool removed_from_crl(const X509_REVOKED* entry) {
     return removed;
 }
 
+namespace {
+
+// The universal types OpenSSL collects from a constructed encoding.
+bool string_type(unsigned number) {
+    return number == V_ASN1_BIT_STRING || number == V_ASN1_OCTET_STRING ||
+           number == V_ASN1_UTF8STRING ||
+           (number >= V_ASN1_NUMERICSTRING && number <= V_ASN1_BMPSTRING);
+}
+
+// Walks the elements in [at, end), into constructed ones, up to a depth.
+bool ber_only_in(const unsigned char* at, const unsigned char* end, int depth) {
+    while (at < end && depth < 64) {
+        const unsigned char tag = *at++;
+        if ((tag & 0x1f) == 0x1f)
+            return true;
+        if (at == end)
+            return false;
+        const unsigned char first = *at++;
+        if (first == 0x80)
+            return true;
+        uint64_t length = first;
+        if ((first & 0x80) != 0) {
+            length = 0;
+            for (unsigned i = 0; i < (first & 0x7fu); ++i) {
+                if (at == end || length > (UINT64_MAX >> 8))
+                    return false;
+                length = length << 8 | *at++;
+            }
+        }
+        if (length > static_cast<uint64_t>(end - at))
+            return false;
+        const bool constructed = (tag & 0x20) != 0;
+        const bool universal = (tag & 0xc0) == 0;
+        if (constructed && universal && string_type(tag & 0x1fu))
+            return true;
+        if (constructed && ber_only_in(at, at + length, depth + 1))
+            return true;
+        at += length;
+    }
+    return false;
+}
+
+} // namespace
+
+bool ber_only(const unsigned char* der, size_t length) {
+    return ber_only_in(der, der + length, 0);
+}
+
+bool algorithms_differ(const unsigned char* der, size_t length, const X509_CRL* crl) {
+    // The signed part's identifier, found in the bytes: OpenSSL 3.0 has no getter for it.
+    const unsigned char* at = der;
+    long content = 0;
+    int tag = 0;
+    int tagClass = 0;
+    if ((ASN1_get_object(&at, &content, &tag, &tagClass, static_cast<long>(length)) & 0x80) != 0 ||
+        (ASN1_get_object(&at, &content, &tag, &tagClass, der + length - at) & 0x80) != 0)
+        return false;
+    const unsigned char* tbsEnd = at + content;
+    const unsigned char* field = at;
+    if ((ASN1_get_object(&at, &content, &tag, &tagClass, tbsEnd - at) & 0x80) != 0)
+        return false;
+    if (tag == V_ASN1_INTEGER && tagClass == V_ASN1_UNIVERSAL)
+        field = at + content;
+    X509_ALGOR* inner = d2i_X509_ALGOR(nullptr, &field, tbsEnd - field);
+    const ASN1_BIT_STRING* signature = nullptr;
+    const X509_ALGOR* outer = nullptr;
+    X509_CRL_get0_signature(crl, &signature, &outer);
+    const bool differ = inner != nullptr && X509_ALGOR_cmp(outer, inner) != 0;
+    X509_ALGOR_free(inner);
+    return differ;
+}
+
 } // namespace qxfuzz::reference

@@ -45,6 +45,17 @@ Extension extension_of(const X509_EXTENSION* extension);
 // Whether the entry's reason code reads as removeFromCRL.
 bool removed_from_crl(const X509_REVOKED* entry);
 
+// Whether the element at the start of der, or one inside it, uses a form
+// only BER allows: an indefinite length, a tag number in the long form, or a
+// universal string type in the constructed form. OpenSSL reads these; the
+// toolkit refuses them, as RFC 5280 signs DER.
+bool ber_only(const unsigned char* der, size_t length);
+
+// Whether the CRL names one signature algorithm in its signed part and
+// another beside the signature, which RFC 5280 forbids and the toolkit
+// takes as a bad signature, though OpenSSL verifies under the outer one.
+bool algorithms_differ(const unsigned char* der, size_t length, const X509_CRL* crl);
+
 } // namespace qxfuzz::reference
 
 #endif

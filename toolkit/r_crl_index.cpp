@@ -100,7 +100,7 @@ bool walk_entry(RDer* list, Walk* walk, RDerElement* entry, RDer* serial, bool* 
         return false;
     *reasonReadable = true;
     if (r_der_peek(fields, r_der_sequence)) {
-        if (!r_der_take(&fields, r_der_sequence, &element) ||
+        if (!r_der_take_sequence_of(&fields, &element) ||
             !walk_entry_extensions(element.content, walk, reasonReadable))
             return false;
     }

@@ -51,7 +51,7 @@ bool read_fields(RDer fields, const unsigned char* base, RCrlSpan parts[R_PART_C
         return false;
     set(parts, R_PART_TBS_SIGNATURE_ALGORITHM, base, element.whole);
     // The name is checked where it is decoded, by the index.
-    if (!r_der_take(&fields, r_der_sequence, &element))
+    if (!r_der_take_sequence_of(&fields, &element))
         return false;
     set(parts, R_PART_ISSUER, base, element.whole);
     if (!take_time(&fields, &element))
@@ -63,7 +63,7 @@ bool read_fields(RDer fields, const unsigned char* base, RCrlSpan parts[R_PART_C
         set(parts, R_PART_NEXT_UPDATE, base, element.whole);
     }
     if (r_der_peek(fields, r_der_sequence)) {
-        if (!r_der_take(&fields, r_der_sequence, &element))
+        if (!r_der_take_sequence_of(&fields, &element))
             return false;
         set(parts, R_PART_ENTRIES, base, element.whole);
     }
@@ -72,7 +72,7 @@ bool read_fields(RDer fields, const unsigned char* base, RCrlSpan parts[R_PART_C
         if (!r_der_take(&fields, r_der_explicit_0, &element))
             return false;
         RDer inside = element.content;
-        if (!r_der_take(&inside, r_der_sequence, &list) || !inside.empty())
+        if (!r_der_take_sequence_of(&inside, &list) || !inside.empty())
             return false;
         set(parts, R_PART_EXTENSIONS, base, element.whole);
     }

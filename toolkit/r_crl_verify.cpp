@@ -16,8 +16,9 @@ bool may_sign_crls(X509* cert) {
     return !hasKeyUsage || (X509_get_key_usage(cert) & KU_CRL_SIGN) != 0;
 }
 
-// Whether the two AlgorithmIdentifiers name the same signature, as OpenSSL
-// compares them before it checks a CRL's signature.
+// Whether the two AlgorithmIdentifiers name the same signature. RFC 5280
+// requires it; OpenSSL compares them for a certificate but not for a CRL,
+// and a CRL signed under one while it names another is not taken here.
 int same_algorithm(const R_CRL* crl, bool* same) {
     const RCrlSpan& inner = crl->parts[R_PART_TBS_SIGNATURE_ALGORITHM];
     const unsigned char* cursor = crl->der + inner.offset;

@@ -77,6 +77,19 @@ inline bool r_der_take(RDer* in, unsigned char tag, RDerElement* element) {
     return true;
 }
 
+/*
+ * Takes a SEQUENCE OF: OpenSSL reads one under the primitive form of the tag
+ * as well, which DER never writes but which is no BER-only form either.
+ */
+inline bool r_der_take_sequence_of(RDer* in, RDerElement* element) {
+    RDer rest = *in;
+    if (!r_der_next(&rest, element) ||
+        (element->tag != r_der_sequence && element->tag != (r_der_sequence & ~r_der_constructed)))
+        return false;
+    *in = rest;
+    return true;
+}
+
 /* INTEGER content octets as OpenSSL takes them: not empty, no padding octet. */
 inline bool r_der_integer_ok(const RDer& content) {
     if (content.empty())

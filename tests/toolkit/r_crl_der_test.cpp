@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 #include <openssl/asn1.h>
+#include <openssl/evp.h>
 #include <openssl/x509.h>
 
 #include "test_pki.h"
@@ -363,4 +364,63 @@ TEST_F(ToolkitCrlDer, SigningSortsAndAddingKeepsOrder) {
     Crl read = openssl_crl(written);
     ASSERT_NE(read, nullptr);
     EXPECT_EQ(X509_CRL_verify(read.get(), X509_get0_pubkey(issuer.cert.get())), 1);
+}
+
+// A SEQUENCE OF under the primitive form of its tag is no BER-only form, and
+// OpenSSL reads it: so does the toolkit, keeping the bytes as they came.
+TEST_F(ToolkitCrlDer, PrimitiveListTagsAreReadAsOpenSslReadsThem) {
+    CrlOptions recipe;
+    recipe.revoked = {revoked_serial({0x05}), revoked_serial({0x06})};
+    const std::vector<Bytes> outer = elements_of(make_crl(shared_issuer(), recipe));
+    std::vector<Bytes> fields = elements_of(outer[0]);
+    auto entries = std::find_if(fields.begin(), fields.end(), [](const Bytes& field) {
+        return field[0] == 0x30 && field.size() > 2 && field[2] == 0x30;
+    });
+    ASSERT_NE(entries, fields.end());
+    (*entries)[0] = 0x10;
+    const Bytes der = tlv(0x30, concat({tlv(0x30, concat(fields)), outer[1], outer[2]}));
+    ASSERT_TRUE(openssl_reads(der));
+    CrlPtr crl = decode(der);
+    ASSERT_NE(crl, nullptr);
+    uint32_t count = 0;
+    EXPECT_EQ(R_CRL_get_entry_count(crl.get(), &count), R_ERROR_NONE);
+    EXPECT_EQ(count, 2u);
+    EXPECT_EQ(toolkit_answer(crl.get(), shared_issuer(), {0x06}), 0);
+    uint32_t length = 0;
+    ASSERT_EQ(R_CRL_to_binary(crl.get(), 0, nullptr, &length), R_ERROR_NONE);
+    EXPECT_EQ(length, der.size());
+}
+
+// A CRL signed under one algorithm while its signed part names another has a
+// bad signature here, though OpenSSL 3.0 verifies it under the outer one.
+TEST_F(ToolkitCrlDer, ACrlNamingAnotherAlgorithmThanItsSignatureIsNotVerified) {
+    const Issuer& issuer = shared_issuer(KeyKind::EcP256);
+    CrlOptions recipe;
+    recipe.revoked = {revoked_serial({0x05})};
+    const std::vector<Bytes> outer = elements_of(make_crl(issuer, recipe));
+    std::vector<Bytes> fields = elements_of(outer[0]);
+    // ecdsa-with-SHA384 in the signed part; the signature stays SHA-256's.
+    const Bytes sha384 = tlv(0x30, tlv(0x06, {0x2a, 0x86, 0x48, 0xce, 0x3d, 0x04, 0x03, 0x03}));
+    ASSERT_EQ(fields[1][0], 0x30);
+    fields[1] = sha384;
+    const Bytes tbs = tlv(0x30, concat(fields));
+    EVP_MD_CTX* context = EVP_MD_CTX_new();
+    size_t length = 0;
+    ASSERT_EQ(EVP_DigestSignInit(context, nullptr, EVP_sha256(), nullptr, issuer.key.get()), 1);
+    ASSERT_EQ(EVP_DigestSign(context, nullptr, &length, tbs.data(), tbs.size()), 1);
+    Bytes signature(length + 1, 0);
+    ASSERT_EQ(EVP_DigestSign(context, signature.data() + 1, &length, tbs.data(), tbs.size()), 1);
+    EVP_MD_CTX_free(context);
+    signature.resize(length + 1);
+    const Bytes der = tlv(0x30, concat({tbs, outer[1], tlv(0x03, signature)}));
+
+    Crl read = openssl_crl(der);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(X509_CRL_verify(read.get(), X509_get0_pubkey(issuer.cert.get())), 1);
+    CrlPtr crl = decode(der);
+    ASSERT_NE(crl, nullptr);
+    CertPtr issuerCert = cert(issuer.cert.get());
+    uint32_t verdict = 0;
+    EXPECT_EQ(R_CRL_verify(crl.get(), issuerCert.get(), &verdict), R_ERROR_NONE);
+    EXPECT_EQ(verdict, R_CRL_VERIFY_BAD_SIGNATURE);
 }
