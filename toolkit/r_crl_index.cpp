@@ -235,20 +235,27 @@ T* decode_whole(const unsigned char* der, const RCrlSpan& span,
     return decoded;
 }
 
+// The content of the list a part holds (already checked), under the
+// part's explicit tag when it has one.
+RCrlSpan list_of(const unsigned char* der, const RCrlSpan& part, bool tagged) {
+    RDer in{der + part.offset, part.length};
+    RDerElement element;
+    r_der_next(&in, &element);
+    if (tagged) {
+        in = element.content;
+        r_der_next(&in, &element);
+    }
+    return {static_cast<uint32_t>(element.content.data - der),
+            static_cast<uint32_t>(element.content.length)};
+}
+
 int walk_extensions(const unsigned char* der, const RCrlSpan parts[R_PART_COUNT], RCrlIndex* index,
                     Walk* walk) {
     const RCrlSpan& part = parts[R_PART_EXTENSIONS];
     if (part.length == 0)
         return R_ERROR_NONE;
-    RDer outer{der + part.offset, part.length};
-    RDerElement explicitTag;
-    RDerElement list;
-    r_der_next(&outer, &explicitTag);
-    RDer inside = explicitTag.content;
-    r_der_next(&inside, &list);
-    index->extensionList = {static_cast<uint32_t>(list.content.data - der),
-                            static_cast<uint32_t>(list.content.length)};
-    RDer rest = list.content;
+    index->extensionList = list_of(der, part, true);
+    RDer rest{der + index->extensionList.offset, index->extensionList.length};
     while (!rest.empty()) {
         RExtView ext;
         if (!r_ext_next(&rest, &ext))
@@ -268,13 +275,9 @@ int walk_entries(const unsigned char* der, const RCrlSpan parts[R_PART_COUNT], R
     const RCrlSpan& part = parts[R_PART_ENTRIES];
     if (part.length == 0)
         return R_ERROR_NONE;
-    RDer outer{der + part.offset, part.length};
-    RDerElement sequence;
-    r_der_next(&outer, &sequence);
-    index->entryList = {static_cast<uint32_t>(sequence.content.data - der),
-                        static_cast<uint32_t>(sequence.content.length)};
+    index->entryList = list_of(der, part, false);
     Offsets marks;
-    RDer list = sequence.content;
+    RDer list{der + index->entryList.offset, index->entryList.length};
     RDer previous;
     uint32_t count = 0;
     while (!list.empty()) {
@@ -315,11 +318,7 @@ int carry_entries(const unsigned char* der, const RCrlSpan parts[R_PART_COUNT],
     const RCrlSpan& part = parts[R_PART_ENTRIES];
     if (part.length == 0)
         return R_ERROR_NONE;
-    RDer outer{der + part.offset, part.length};
-    RDerElement sequence;
-    r_der_next(&outer, &sequence);
-    const RCrlSpan list{static_cast<uint32_t>(sequence.content.data - der),
-                        static_cast<uint32_t>(sequence.content.length)};
+    const RCrlSpan list = list_of(der, part, false);
     const uint32_t count = from.entryCount + (known.inserted ? 1 : 0);
     if (count == duplicate_mark)
         return R_ERROR_DECODE;
