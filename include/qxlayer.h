@@ -486,7 +486,8 @@ QXCRL_API StatusCode qxfile_read_whole(SecurityContext* ctx, const char* path,
  * process holds them once. The file is opened and bounded as by
  * qxfile_read_whole, whose failures it returns. QXL_ERR_NOT_A_CRL when the
  * file is not DER or not a CRL the library takes: qxcrl_CreateCtx on its
- * bytes says why. QXL_ERR_OUT_OF_MEMORY; QXL_ERR_TOOLKIT without a toolkit.
+ * bytes says why. QXL_ERR_OUT_OF_MEMORY; QXL_ERR_TOOLKIT without a toolkit
+ * or when it fails otherwise.
  */
 QXCRL_API StatusCode qxfile_read_der_crl(SecurityContext* ctx, const char* path,
                                          struct CrlObject** crl);

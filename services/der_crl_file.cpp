@@ -32,9 +32,15 @@ extern "C" StatusCode qxfile_read_der_crl(SecurityContext* ctx, const char* path
     if (status == 0)
         made = static_cast<CrlObject*>(qxumalloc(ctx, sizeof(CrlObject), &status));
     R_CRL* decoded = nullptr;
-    if (made != nullptr &&
-        R_CRL_from_binary_owned(libCtx, 0, length, der, nullptr, &decoded) != R_ERROR_NONE)
-        status = QXL_ERR_NOT_A_CRL;
+    if (made != nullptr) {
+        const int toolkit = R_CRL_from_binary_owned(libCtx, 0, length, der, nullptr, &decoded);
+        if (toolkit == R_ERROR_ALLOC_FAILURE)
+            status = QXL_ERR_OUT_OF_MEMORY;
+        else if (toolkit == R_ERROR_DECODE || toolkit == R_ERROR_UNSUPPORTED)
+            status = QXL_ERR_NOT_A_CRL;
+        else if (toolkit != R_ERROR_NONE)
+            status = QXL_ERR_TOOLKIT;
+    }
     if (status != 0) {
         R_BUFFER_free(der);
         qxumfree(ctx, &made);

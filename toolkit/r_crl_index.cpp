@@ -226,13 +226,17 @@ bool read_idp(const RDer& value, const X509_NAME* issuer, ISSUING_DIST_POINT** o
     return true;
 }
 
+// Decodes span with d2i into *decoded: R_ERROR_DECODE, or
+// R_ERROR_ALLOC_FAILURE when OpenSSL ran out of memory, on failure.
 template <typename T>
-T* decode_whole(const unsigned char* der, const RCrlSpan& span,
-                T* (*d2i)(T**, const unsigned char**, long)) {
+int decode_whole(const unsigned char* der, const RCrlSpan& span,
+                 T* (*d2i)(T**, const unsigned char**, long), T** decoded) {
     const unsigned char* cursor = der + span.offset;
-    T* decoded = d2i(nullptr, &cursor, static_cast<long>(span.length));
+    *decoded = d2i(nullptr, &cursor, static_cast<long>(span.length));
+    if (*decoded == nullptr)
+        return r_decode_failure();
     ERR_clear_error();
-    return decoded;
+    return R_ERROR_NONE;
 }
 
 // The content of the list a part holds (already checked), under the
@@ -381,13 +385,11 @@ int r_crl_index_build(const unsigned char* der, const RCrlSpan parts[R_PART_COUN
     int status = R_ERROR_NONE;
     const RCrlSpan& issuer = parts[R_PART_ISSUER];
     const RCrlSpan& algorithm = parts[R_PART_SIGNATURE_ALGORITHM];
-    if (issuer.length != 0 &&
-        (index.issuer = decode_whole<X509_NAME>(der, issuer, d2i_X509_NAME)) == nullptr)
-        status = R_ERROR_DECODE;
-    if (status == R_ERROR_NONE && algorithm.length != 0 &&
-        (index.signatureAlgorithm = decode_whole<X509_ALGOR>(der, algorithm, d2i_X509_ALGOR)) ==
-            nullptr)
-        status = R_ERROR_DECODE;
+    if (issuer.length != 0)
+        status = decode_whole<X509_NAME>(der, issuer, d2i_X509_NAME, &index.issuer);
+    if (status == R_ERROR_NONE && algorithm.length != 0)
+        status =
+            decode_whole<X509_ALGOR>(der, algorithm, d2i_X509_ALGOR, &index.signatureAlgorithm);
     if (status == R_ERROR_NONE)
         status = walk_extensions(der, parts, &index, &walk);
     if (status == R_ERROR_NONE)

@@ -23,14 +23,16 @@ bool take_time(RDer* in, RDerElement* element) {
 }
 
 // An AlgorithmIdentifier: its parameters may be any element, which OpenSSL
-// reads by type, so OpenSSL decides.
-bool algorithm_ok(const RDer& whole) {
+// reads by type, so OpenSSL decides (R_ERROR_ALLOC_FAILURE when it ran out
+// of memory deciding).
+int algorithm_check(const RDer& whole) {
     const unsigned char* cursor = whole.data;
     X509_ALGOR* algorithm = d2i_X509_ALGOR(nullptr, &cursor, static_cast<long>(whole.length));
-    const bool ok = algorithm != nullptr && cursor == whole.data + whole.length;
+    if (algorithm == nullptr)
+        return r_decode_failure();
     X509_ALGOR_free(algorithm);
     ERR_clear_error();
-    return ok;
+    return cursor == whole.data + whole.length ? R_ERROR_NONE : R_ERROR_DECODE;
 }
 
 void set(RCrlSpan parts[R_PART_COUNT], RCrlPart part, const unsigned char* base,
@@ -40,43 +42,45 @@ void set(RCrlSpan parts[R_PART_COUNT], RCrlPart part, const unsigned char* base,
 
 // The fields of the to-be-signed part, in order; the optional ones are known
 // by their tag, whatever their constructed bit, as OpenSSL knows them.
-bool read_fields(RDer fields, const unsigned char* base, RCrlSpan parts[R_PART_COUNT]) {
+int read_fields(RDer fields, const unsigned char* base, RCrlSpan parts[R_PART_COUNT]) {
     RDerElement element;
     if (r_der_peek(fields, r_der_integer)) {
         if (!r_der_take(&fields, r_der_integer, &element) || !r_der_integer_ok(element.content))
-            return false;
+            return R_ERROR_DECODE;
         set(parts, R_PART_VERSION, base, element.whole);
     }
-    if (!r_der_take(&fields, r_der_sequence, &element) || !algorithm_ok(element.whole))
-        return false;
+    if (!r_der_take(&fields, r_der_sequence, &element))
+        return R_ERROR_DECODE;
+    if (const int algorithm = algorithm_check(element.whole); algorithm != R_ERROR_NONE)
+        return algorithm;
     set(parts, R_PART_TBS_SIGNATURE_ALGORITHM, base, element.whole);
     // The name is checked where it is decoded, by the index.
     if (!r_der_take_sequence_of(&fields, &element))
-        return false;
+        return R_ERROR_DECODE;
     set(parts, R_PART_ISSUER, base, element.whole);
     if (!take_time(&fields, &element))
-        return false;
+        return R_ERROR_DECODE;
     set(parts, R_PART_THIS_UPDATE, base, element.whole);
     if (!fields.empty() && is_time_tag(fields.data[0])) {
         if (!take_time(&fields, &element))
-            return false;
+            return R_ERROR_DECODE;
         set(parts, R_PART_NEXT_UPDATE, base, element.whole);
     }
     if (r_der_peek(fields, r_der_sequence)) {
         if (!r_der_take_sequence_of(&fields, &element))
-            return false;
+            return R_ERROR_DECODE;
         set(parts, R_PART_ENTRIES, base, element.whole);
     }
     if (r_der_peek(fields, r_der_explicit_0)) {
         RDerElement list;
         if (!r_der_take(&fields, r_der_explicit_0, &element))
-            return false;
+            return R_ERROR_DECODE;
         RDer inside = element.content;
         if (!r_der_take_sequence_of(&inside, &list) || !inside.empty())
-            return false;
+            return R_ERROR_DECODE;
         set(parts, R_PART_EXTENSIONS, base, element.whole);
     }
-    return fields.empty();
+    return fields.empty() ? R_ERROR_NONE : R_ERROR_DECODE;
 }
 
 } // namespace
@@ -102,8 +106,8 @@ int r_crl_layout(const unsigned char* der, size_t length, RCrlSpan parts[R_PART_
     // A BIT STRING starts with its count of unused bits, at most 7.
     if (signature.content.empty() || signature.content.data[0] > 7)
         return R_ERROR_DECODE;
-    if (!read_fields(tbs.content, der, parts))
-        return R_ERROR_DECODE;
+    if (const int status = read_fields(tbs.content, der, parts); status != R_ERROR_NONE)
+        return status;
     set(parts, R_PART_SIGNATURE_ALGORITHM, der, algorithm.whole);
     set(parts, R_PART_SIGNATURE, der, signature.whole);
     *tbsSpan = {static_cast<uint32_t>(tbs.whole.data - der),

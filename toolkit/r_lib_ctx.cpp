@@ -3,6 +3,8 @@
 
 #include <openssl/crypto.h>
 
+#include <openssl/err.h>
+
 #include "r_objects.h"
 
 extern "C" int R_LIB_CTX_new(uint32_t kind, R_LIB_CTX** libCtx) {
@@ -54,4 +56,13 @@ extern "C" int R_CERT_CTX_new(R_LIB_CTX* libCtx, R_CERT_CTX** certCtx) {
 extern "C" int R_CERT_CTX_free(R_CERT_CTX* certCtx) {
     r_delete(certCtx);
     return R_ERROR_NONE;
+}
+
+int r_decode_failure() {
+    int status = R_ERROR_DECODE;
+    for (unsigned long error = ERR_get_error(); error != 0; error = ERR_get_error()) {
+        if (ERR_GET_REASON(error) == ERR_R_MALLOC_FAILURE)
+            status = R_ERROR_ALLOC_FAILURE;
+    }
+    return status;
 }

@@ -214,6 +214,12 @@ int r_i2d_out(const T* object, int (*i2d)(const T*, unsigned char**), uint32_t b
     return i2d(object, &cursor) == needed ? R_ERROR_NONE : R_ERROR_FAILED;
 }
 
+/*
+ * Why an OpenSSL decoder just failed, emptying the error queue:
+ * R_ERROR_ALLOC_FAILURE when it ran out of memory, R_ERROR_DECODE otherwise.
+ */
+int r_decode_failure();
+
 /* Seconds since 1970 of an ASN1_TIME; false when it is empty or malformed. */
 bool r_time_from_asn1(const ASN1_TIME* asn1, int64_t* seconds);
 

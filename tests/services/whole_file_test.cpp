@@ -44,7 +44,23 @@ class WholeFileTest : public LayerTest {
         return status;
     }
 
-    // The three ways a file reaches the layer whole, each giving its status.
+    // qxfile_read_der_crl on path; the CRL's DER as the library writes it in *written.
+    StatusCode read_der_crl(const std::string& file, Bytes* written = nullptr) {
+        CrlObject* crl = nullptr;
+        const StatusCode status = qxfile_read_der_crl(ctx_, file.c_str(), &crl);
+        EXPECT_EQ(crl == nullptr, status != 0);
+        if (crl != nullptr && written != nullptr) {
+            unsigned char* der = nullptr;
+            uint32_t length = 0;
+            EXPECT_EQ(qxcrl_GetDER(ctx_, crl, &der, &length), 0u);
+            *written = Bytes(der, der + length);
+            qxumfree(ctx_, &der);
+        }
+        qxcrl_Destroy(ctx_, &crl);
+        return status;
+    }
+
+    // The ways a file reaches the layer whole, each giving its status.
     std::vector<std::pair<std::string, std::function<StatusCode(const std::string&)>>> readers() {
         return {
             {"qxfile_read_whole", [this](const std::string& file) { return read_whole(file); }},
@@ -62,6 +78,7 @@ class WholeFileTest : public LayerTest {
                  qxdk_key_free(ctx_, &key);
                  return status;
              }},
+            {"qxfile_read_der_crl", [this](const std::string& file) { return read_der_crl(file); }},
         };
     }
 
@@ -154,5 +171,48 @@ TEST_F(WholeFileTest, AllocationFailureSweep) {
                           if (!injected) {
                               EXPECT_EQ(content, expected);
                           }
+                      });
+}
+
+// A DER CRL file becomes a CRL holding exactly the CRL's bytes; anything
+// else is left to the readers that say what is wrong with it.
+TEST_F(WholeFileTest, DerCrlFilesAreReadIntoTheCrl) {
+    CrlOptions recipe;
+    recipe.revoked = {revoked_serial({0x05}), revoked_serial({0x06})};
+    const Bytes der = make_crl(shared_issuer(), recipe);
+    write_file(dir_ / "crl.der", der);
+    Bytes trailed = der;
+    trailed.insert(trailed.end(), {0x00, 0x01, 0x02});
+    write_file(dir_ / "trailed.der", trailed);
+    write_text(dir_ / "crl.pem", crl_pem(der));
+    write_file(dir_ / "empty", {});
+    write_file(dir_ / "sequence", {0x30, 0x03, 0x02, 0x01, 0x01});
+
+    Bytes written;
+    EXPECT_EQ(read_der_crl(path("crl.der"), &written), 0u);
+    EXPECT_EQ(written, der);
+    written.clear();
+    EXPECT_EQ(read_der_crl(path("trailed.der"), &written), 0u);
+    EXPECT_EQ(written, der);
+    for (const char* other : {"crl.pem", "empty", "sequence"}) {
+        EXPECT_EQ(read_der_crl(path(other)), QXL_ERR_NOT_A_CRL) << other;
+    }
+    EXPECT_EQ(read_der_crl(path("missing")), QXL_ERR_FILE);
+    layer()->maxFileBytes = static_cast<uint32_t>(der.size() - 1);
+    EXPECT_EQ(read_der_crl(path("crl.der")), QXL_ERR_FILE);
+
+    CrlObject* crl = reinterpret_cast<CrlObject*>(&written);
+    SecurityContext bare{};
+    EXPECT_EQ(qxfile_read_der_crl(&bare, path("crl.der").c_str(), &crl), QXL_ERR_BAD_ARGUMENT);
+    EXPECT_EQ(crl, nullptr);
+    EXPECT_EQ(qxfile_read_der_crl(ctx_, nullptr, &crl), QXL_ERR_BAD_ARGUMENT);
+    EXPECT_EQ(qxfile_read_der_crl(ctx_, path("crl.der").c_str(), nullptr), QXL_ERR_BAD_ARGUMENT);
+}
+
+TEST_F(WholeFileTest, DerCrlAllocationFailureSweep) {
+    write_file(dir_ / "crl.der", make_crl(shared_issuer(), CrlOptions{}));
+    sweep_allocations([&] { return read_der_crl(path("crl.der")); },
+                      [&](StatusCode status, bool injected) {
+                          EXPECT_EQ(status, injected ? QXL_ERR_OUT_OF_MEMORY : 0u);
                       });
 }
