@@ -206,7 +206,11 @@ bool ber_only_in(const unsigned char* at, const unsigned char* end, int depth) {
         const bool universal = (tag & 0xc0) == 0;
         if (constructed && universal && string_type(tag & 0x1fu))
             return true;
-        if (constructed && ber_only_in(at, at + length, depth + 1))
+        // OpenSSL reads a SEQUENCE OF or SET OF under the primitive form of
+        // its tag as well, so what is inside one is read as elements too.
+        const bool list =
+            universal && ((tag & 0x1fu) == V_ASN1_SEQUENCE || (tag & 0x1fu) == V_ASN1_SET);
+        if ((constructed || list) && ber_only_in(at, at + length, depth + 1))
             return true;
         at += length;
     }
