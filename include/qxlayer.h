@@ -481,13 +481,13 @@ QXCRL_API StatusCode qxfile_read_whole(SecurityContext* ctx, const char* path,
                                        unsigned char** bytes, uint32_t* length);
 
 /*
- * The DER CRL in the file at path as a new *crl (released with
- * qxcrl_Destroy), its bytes read straight into the CRL's own, so that the
- * process holds them once. The file is opened and bounded as by
+ * The file at path, when it is one DER CRL and nothing more, as a new *crl
+ * (released with qxcrl_Destroy), its bytes read straight into the CRL's own,
+ * so that the process holds them once. The file is opened and bounded as by
  * qxfile_read_whole, whose failures it returns. QXL_ERR_NOT_A_CRL when the
- * file is not DER or not a CRL the library takes: qxcrl_CreateCtx on its
- * bytes says why. QXL_ERR_OUT_OF_MEMORY; QXL_ERR_TOOLKIT without a toolkit
- * or when it fails otherwise.
+ * file is not DER, holds more than the CRL, or is not a CRL the library
+ * takes: qxcrl_CreateCtx on its bytes says why. QXL_ERR_OUT_OF_MEMORY; QXL_ERR_TOOLKIT without a
+ * toolkit or when it fails otherwise.
  */
 QXCRL_API StatusCode qxfile_read_der_crl(SecurityContext* ctx, const char* path,
                                          struct CrlObject** crl);

@@ -33,13 +33,21 @@ extern "C" StatusCode qxfile_read_der_crl(SecurityContext* ctx, const char* path
         made = static_cast<CrlObject*>(qxumalloc(ctx, sizeof(CrlObject), &status));
     R_CRL* decoded = nullptr;
     if (made != nullptr) {
-        const int toolkit = R_CRL_from_binary_owned(libCtx, 0, length, der, nullptr, &decoded);
+        uint32_t consumed = 0;
+        const int toolkit = R_CRL_from_binary_owned(libCtx, 0, length, der, &consumed, &decoded);
         if (toolkit == R_ERROR_ALLOC_FAILURE)
             status = QXL_ERR_OUT_OF_MEMORY;
         else if (toolkit == R_ERROR_DECODE || toolkit == R_ERROR_UNSUPPORTED)
             status = QXL_ERR_NOT_A_CRL;
         else if (toolkit != R_ERROR_NONE)
             status = QXL_ERR_TOOLKIT;
+        // Bytes after the CRL may be more CRLs (PEM blocks among them): the
+        // file is one DER CRL only when the CRL is all of it.
+        if (toolkit == R_ERROR_NONE && consumed != length) {
+            R_CRL_free(decoded); // with der, which it owned
+            der = nullptr;
+            status = QXL_ERR_NOT_A_CRL;
+        }
     }
     if (status != 0) {
         R_BUFFER_free(der);

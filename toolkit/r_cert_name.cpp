@@ -30,14 +30,14 @@ R_CERT_NAME* r_cert_name_of(const RDerView& der) {
 
 namespace {
 
-// The attribute value types OpenSSL reads as single octets, whatever they
-// hold, and UTF8String, which it must decode, when it is plain ASCII.
+// Attribute value types OpenSSL takes in a name and reads as single
+// octets, whatever they hold, and UTF8String, which it must decode, when it
+// is plain ASCII. (VisibleString is not among the types it takes.)
 bool plain_value(const RDerElement& value) {
     switch (value.tag) {
     case 0x13: // PrintableString
     case 0x14: // T61String
     case 0x16: // IA5String
-    case 0x1a: // VisibleString
         return true;
     case 0x0c: // UTF8String
         for (size_t i = 0; i < value.content.length; ++i) {

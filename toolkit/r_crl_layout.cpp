@@ -26,6 +26,8 @@ bool take_time(RDer* in, RDerElement* element) {
 // reads by type, so OpenSSL decides (R_ERROR_ALLOC_FAILURE when it ran out
 // of memory deciding).
 int algorithm_check(const RDer& whole) {
+    if (!r_der_strict(whole))
+        return R_ERROR_DECODE;
     const unsigned char* cursor = whole.data;
     X509_ALGOR* algorithm = d2i_X509_ALGOR(nullptr, &cursor, static_cast<long>(whole.length));
     if (algorithm == nullptr)
@@ -54,8 +56,8 @@ int read_fields(RDer fields, const unsigned char* base, RCrlSpan parts[R_PART_CO
     if (const int algorithm = algorithm_check(element.whole); algorithm != R_ERROR_NONE)
         return algorithm;
     set(parts, R_PART_TBS_SIGNATURE_ALGORITHM, base, element.whole);
-    // The name is checked where it is decoded, by the index.
-    if (!r_der_take_sequence_of(&fields, &element))
+    // The name is decoded, and so checked, by the index.
+    if (!r_der_take_sequence_of(&fields, &element) || !r_der_strict(element.whole))
         return R_ERROR_DECODE;
     set(parts, R_PART_ISSUER, base, element.whole);
     if (!take_time(&fields, &element))
@@ -106,6 +108,8 @@ int r_crl_layout(const unsigned char* der, size_t length, RCrlSpan parts[R_PART_
     // A BIT STRING starts with its count of unused bits, at most 7.
     if (signature.content.empty() || signature.content.data[0] > 7)
         return R_ERROR_DECODE;
+    if (const int status = algorithm_check(algorithm.whole); status != R_ERROR_NONE)
+        return status;
     if (const int status = read_fields(tbs.content, der, parts); status != R_ERROR_NONE)
         return status;
     set(parts, R_PART_SIGNATURE_ALGORITHM, der, algorithm.whole);

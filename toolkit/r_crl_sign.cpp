@@ -7,6 +7,7 @@
 // untouched. Entries are copied as they are, never decoded.
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <vector>
 
@@ -117,33 +118,29 @@ int next_crl_number(const R_CRL* crl, std::vector<unsigned char>* octets) {
     // Two numbers give no one number to follow.
     if (seen > 1)
         return R_ERROR_DECODE;
-    BIGNUM* number = nullptr;
+    std::unique_ptr<BIGNUM, decltype(&BN_free)> number(nullptr, BN_free);
     if (seen == 0) {
-        number = BN_new();
+        number.reset(BN_new());
     } else {
         const unsigned char* cursor = current.data;
         ASN1_INTEGER* read = d2i_ASN1_INTEGER(nullptr, &cursor, static_cast<long>(current.length));
         if (read == nullptr)
             return R_ERROR_DECODE;
-        number = ASN1_INTEGER_to_BN(read, nullptr);
+        number.reset(ASN1_INTEGER_to_BN(read, nullptr));
         ASN1_INTEGER_free(read);
     }
     if (number == nullptr)
         return R_ERROR_ALLOC_FAILURE;
-    int status = R_ERROR_NONE;
-    if (BN_is_negative(number)) {
-        status = R_ERROR_DECODE;
-    } else if (BN_add_word(number, 1) != 1) {
-        status = R_ERROR_ALLOC_FAILURE;
-    } else {
-        // A leading zero octet keeps a high first bit from reading as a sign.
-        const int bytes = BN_num_bytes(number);
-        const bool pad = BN_num_bits(number) % 8 == 0;
-        octets->assign(static_cast<size_t>(bytes) + (pad ? 1 : 0), 0);
-        BN_bn2bin(number, octets->data() + (pad ? 1 : 0));
-    }
-    BN_free(number);
-    return status;
+    if (BN_is_negative(number.get()))
+        return R_ERROR_DECODE;
+    if (BN_add_word(number.get(), 1) != 1)
+        return R_ERROR_ALLOC_FAILURE;
+    // A leading zero octet keeps a high first bit from reading as a sign.
+    const int bytes = BN_num_bytes(number.get());
+    const bool pad = BN_num_bits(number.get()) % 8 == 0;
+    octets->assign(static_cast<size_t>(bytes) + (pad ? 1 : 0), 0);
+    BN_bn2bin(number.get(), octets->data() + (pad ? 1 : 0));
+    return R_ERROR_NONE;
 }
 
 // The CRL's extensions with the Authority Key Identifier and CRL Number

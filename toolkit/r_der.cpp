@@ -72,6 +72,40 @@ bool r_der_oid_ok(const RDer& content) {
     return true;
 }
 
+namespace {
+
+// The universal types that BER may break into constructed pieces.
+bool string_type(unsigned number) {
+    return number == 3 || number == 4 || number == 12 || (number >= 18 && number <= 30);
+}
+
+bool strict_elements(RDer in, int depth) {
+    // Deeper than any name or algorithm nests, parameters are taken as they are.
+    if (depth >= 64)
+        return true;
+    while (!in.empty()) {
+        RDerElement element;
+        if (!r_der_next(&in, &element))
+            return false;
+        const bool constructed = (element.tag & r_der_constructed) != 0;
+        const bool universal = (element.tag & 0xc0) == 0;
+        const unsigned number = element.tag & 0x1fu;
+        if (constructed && universal && string_type(number))
+            return false;
+        // OpenSSL reads a SEQUENCE OF or SET OF under the primitive tag too.
+        const bool list = universal && (number == 16 || number == 17);
+        if ((constructed || list) && !strict_elements(element.content, depth + 1))
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+bool r_der_strict(const RDer& whole) {
+    return strict_elements(whole, 0);
+}
+
 size_t r_der_header_size(size_t length) {
     if (length < 0x80)
         return 2;

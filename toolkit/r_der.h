@@ -90,6 +90,13 @@ inline bool r_der_take_sequence_of(RDer* in, RDerElement* element) {
     return true;
 }
 
+/*
+ * Whether every element inside whole, to the bottom, reads as DER: no BER-only
+ * form within a name or an algorithm's parameters, which OpenSSL's decoders
+ * of those would take.
+ */
+bool r_der_strict(const RDer& whole);
+
 /* INTEGER content octets as OpenSSL takes them: not empty, no padding octet. */
 inline bool r_der_integer_ok(const RDer& content) {
     if (content.empty())

@@ -37,51 +37,65 @@ uint64_t mix(uint64_t a, uint64_t b) {
 }
 
 // The magnitude OpenSSL keeps of INTEGER content octets (already checked),
-// and whether the value is negative.
-RDer magnitude(const RDer& content, RBytes* negative, bool* isNegative) {
-    *isNegative = (content.data[0] & 0x80) != 0;
-    if (!*isNegative)
-        return content.length > 1 && content.data[0] == 0
-                   ? RDer{content.data + 1, content.length - 1}
-                   : content;
-    // Two's complement: invert and add one, then drop an octet that was only
-    // sign. Serials that long are absurd; without memory for one, it sorts as empty.
-    if (!negative->assign(content.data, content.length))
-        return RDer{};
-    unsigned char* octets = negative->data();
-    for (size_t i = 0; i < negative->size(); ++i)
-        octets[i] = static_cast<unsigned char>(~octets[i]);
-    for (size_t i = negative->size(); i > 0; --i) {
-        if (++octets[i - 1] != 0)
-            break;
+// read octet by octet without a copy: for a negative value it is the two's
+// complement, less an octet that was only sign.
+class Magnitude {
+  public:
+    explicit Magnitude(const RDer& content) : content_(content) {
+        negative_ = (content.data[0] & 0x80) != 0;
+        if (!negative_) {
+            skip_ = content.length > 1 && content.data[0] == 0 ? 1 : 0;
+            return;
+        }
+        // Inverting and adding one carries up to the last non-zero octet.
+        lastNonZero_ = content.length;
+        for (size_t i = content.length; i > 0; --i) {
+            if (content.data[i - 1] != 0) {
+                lastNonZero_ = i - 1;
+                break;
+            }
+        }
+        bool padded = false;
+        if (content.length > 1 && content.data[0] == 0xff) {
+            for (size_t i = 1; i < content.length && !padded; ++i)
+                padded = content.data[i] != 0;
+        }
+        skip_ = padded ? 1 : 0;
     }
-    bool padded = false;
-    if (content.length > 1 && content.data[0] == 0xff) {
-        for (size_t i = 1; i < content.length && !padded; ++i)
-            padded = content.data[i] != 0;
+
+    bool negative() const { return negative_; }
+    size_t length() const { return content_.length - skip_; }
+
+    unsigned char at(size_t index) const {
+        const size_t i = index + skip_;
+        if (!negative_)
+            return content_.data[i];
+        const auto inverted = static_cast<unsigned char>(~content_.data[i]);
+        if (i > lastNonZero_)
+            return 0; // 0xff plus the carry
+        return i == lastNonZero_ ? static_cast<unsigned char>(inverted + 1) : inverted;
     }
-    return padded ? RDer{negative->data() + 1, negative->size() - 1}
-                  : RDer{negative->data(), negative->size()};
-}
+
+  private:
+    RDer content_;
+    bool negative_ = false;
+    size_t skip_ = 0;
+    size_t lastNonZero_ = 0;
+};
 
 } // namespace
 
 int r_serial_order_signed(const RDer& a, const RDer& b) {
-    RBytes aNegative;
-    RBytes bNegative;
-    bool aIsNegative = false;
-    bool bIsNegative = false;
-    const RDer aMagnitude = magnitude(a, &aNegative, &aIsNegative);
-    const RDer bMagnitude = magnitude(b, &bNegative, &bIsNegative);
+    const Magnitude aMagnitude(a);
+    const Magnitude bMagnitude(b);
     // OpenSSL compares the magnitudes' lengths, then their octets, then the sign.
-    if (aMagnitude.length != bMagnitude.length)
-        return aMagnitude.length < bMagnitude.length ? -1 : 1;
-    const int octets = aMagnitude.length == 0
-                           ? 0
-                           : std::memcmp(aMagnitude.data, bMagnitude.data, aMagnitude.length);
-    if (octets != 0)
-        return octets;
-    return static_cast<int>(aIsNegative) - static_cast<int>(bIsNegative);
+    if (aMagnitude.length() != bMagnitude.length())
+        return aMagnitude.length() < bMagnitude.length() ? -1 : 1;
+    for (size_t i = 0; i < aMagnitude.length(); ++i) {
+        if (aMagnitude.at(i) != bMagnitude.at(i))
+            return aMagnitude.at(i) < bMagnitude.at(i) ? -1 : 1;
+    }
+    return static_cast<int>(aMagnitude.negative()) - static_cast<int>(bMagnitude.negative());
 }
 
 uint32_t r_serial_hash(const RDer& serial) {

@@ -123,7 +123,7 @@ R_LIB_CTX* R_CRL_get0_lib_ctx(const R_CRL* crl);
 #define R_SIG_ALG_RSA_PSS_SHA512 (R_SIG_ALG_RSA_PSS_BASE + 674u)
 
 /* Info identifiers of R_CRL_get_info / R_CRL_set_info. */
-#define R_CRL_INFO_ISSUER_NAME 4           /* R_ITEM*: issuer DER, owned by the CRL */
+#define R_CRL_INFO_ISSUER_NAME 4           /* R_ITEM*: issuer DER, the CRL's until it changes */
 #define R_CRL_INFO_SIGNATURE_ALGORITHM 0xD /* uint32_t*: OpenSSL NID of the signature */
 #define R_CRL_INFO_VERSION 0x8003          /* uint32_t*: 1 for a v2 CRL */
 #define R_CRL_INFO_CRL_NUMBER 0x4023       /* R_EXT*: filled with the CRL Number */

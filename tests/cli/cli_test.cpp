@@ -255,8 +255,11 @@ TEST_F(CliTest, StatusReadsEveryBlockWhateverItsLabelAndWhatLiesBetween) {
         run("create --issuer other.pem --key other.key --next-update 1d --out other.crl").exit, 0);
     const std::string revoking = slurp(dir_ / "crl.pem"), other = slurp(dir_ / "other.crl");
     const std::string nul(1, '\0');
+    const Bytes otherDer = pem_block(dir_ / "other.crl", "X509 CRL");
     // Each file holds another issuer's CRL and the one that revokes the leaf.
     const std::vector<std::pair<std::string, std::string>> files = {
+        {"another issuer's CRL in DER, the revoking CRL in PEM after it",
+         std::string(otherDer.begin(), otherDer.end()) + revoking},
         {"a NUL between, the revoking CRL second",
          relabelled(other, "CRL", "CRL") + nul + revoking},
         {"the revoking CRL first under a label the primary one outranks",

@@ -137,7 +137,20 @@ TEST_F(ToolkitCrlDer, BerOnlyFormsAreRefusedAndOddLengthsKept) {
     longTag.insert(longTag.end(), signatureContent.begin(), signatureContent.end());
     const Bytes longFormTag = tlv(0x30, concat({outer[0], outer[1], longTag}));
 
-    for (const Bytes& ber : {indefinite, constructedSignature, longFormTag}) {
+    // Inside the issuer's name and the algorithms' parameters, where
+    // OpenSSL's decoders of those would take them.
+    std::vector<Bytes> fields = elements_of(outer[0]);
+    const Bytes berName = {0x30, 0x0f, 0x31, 0x80, 0x30, 0x09, 0x06, 0x03, 0x55,
+                           0x04, 0x03, 0x13, 0x02, 0x41, 0x42, 0x00, 0x00};
+    std::vector<Bytes> withBerName = fields;
+    withBerName[fields[0][0] == 0x02 ? 2 : 1] = berName;
+    const Bytes inName = tlv(0x30, concat({tlv(0x30, concat(withBerName)), outer[1], outer[2]}));
+    Bytes berAlgorithm = outer[1];
+    berAlgorithm.insert(berAlgorithm.end(), {0x30, 0x80, 0x00, 0x00});
+    berAlgorithm[1] = static_cast<unsigned char>(berAlgorithm[1] + 4);
+    const Bytes inParameters = tlv(0x30, concat({outer[0], berAlgorithm, outer[2]}));
+
+    for (const Bytes& ber : {indefinite, constructedSignature, longFormTag, inName, inParameters}) {
         EXPECT_TRUE(openssl_reads(ber));
         R_CRL* crl = nullptr;
         EXPECT_EQ(
@@ -283,8 +296,10 @@ TEST_F(ToolkitCrlDer, NamesAreTakenAsOpenSslTakesThem) {
     const Bytes overlong = name_der({tlv(0x0c, {'f', 0xc0, 0x80})});
     const Bytes bmpOdd = name_der({tlv(0x1e, {0x00, 'f', 0x00})});
     const Bytes emptyRdn = tlv(0x30, tlv(0x31, {}));
+    const Bytes visible = name_der({tlv(0x1a, {'A', 'B'})}); // a type OpenSSL does not take
     std::vector<R_CERT_NAME*> names;
-    for (const Bytes& der : {printable, utf8Lower, utf8Accent, overlong, bmpOdd, emptyRdn}) {
+    for (const Bytes& der :
+         {printable, utf8Lower, utf8Accent, overlong, bmpOdd, emptyRdn, visible}) {
         const unsigned char* cursor = der.data();
         X509_NAME* reference = d2i_X509_NAME(nullptr, &cursor, static_cast<long>(der.size()));
         R_CERT_NAME* name = nullptr;
@@ -423,4 +438,61 @@ TEST_F(ToolkitCrlDer, ACrlNamingAnotherAlgorithmThanItsSignatureIsNotVerified) {
     uint32_t verdict = 0;
     EXPECT_EQ(R_CRL_verify(crl.get(), issuerCert.get(), &verdict), R_ERROR_NONE);
     EXPECT_EQ(verdict, R_CRL_VERIFY_BAD_SIGNATURE);
+}
+
+// Serials of either sign are written in the order OpenSSL sorts them.
+TEST_F(ToolkitCrlDer, SigningOrdersSerialsOfEitherSignAsOpenSslDoes) {
+    const Issuer& issuer = shared_issuer();
+    R_CRL* made = nullptr;
+    ASSERT_EQ(R_CRL_new(lib, 0, &made), R_ERROR_NONE);
+    CrlPtr crl(made);
+    TimePtr now = time_at(1700000000);
+    ASSERT_EQ(R_CRL_set_info(crl.get(), R_CRL_INFO_THIS_UPDATE, now.get()), R_ERROR_NONE);
+    const std::vector<Bytes> serials = {{0x01},       {0xff},       {0x80},       {0xff, 0x7f},
+                                        {0x00, 0x80}, {0x80, 0x00}, {0x7f},       {0xfe},
+                                        {0x01, 0x00}, {0xff, 0x00}, {0x80, 0x01}, {0x00, 0xff}};
+    for (const Bytes& serial : serials) {
+        R_CRL_ENTRY* entry = nullptr;
+        ASSERT_EQ(R_CRL_ENTRY_new(lib, 0, &entry), R_ERROR_NONE);
+        EntryPtr owner(entry);
+        R_ITEM item{static_cast<uint32_t>(serial.size()),
+                    const_cast<unsigned char*>(serial.data())};
+        ASSERT_EQ(R_CRL_ENTRY_set_info(entry, R_CRL_ENTRY_INFO_SERIAL, &item), R_ERROR_NONE)
+            << hex(serial);
+        ASSERT_EQ(R_CRL_ENTRY_set_info(entry, R_CRL_ENTRY_INFO_REVOCATION_DATE, now.get()),
+                  R_ERROR_NONE);
+        ASSERT_EQ(R_CRL_add_entry(crl.get(), entry), R_ERROR_NONE);
+    }
+    R_PKEY* key = nullptr;
+    const Bytes keyDer = key_der(issuer.key.get());
+    ASSERT_EQ(
+        R_PKEY_from_bytes(lib, static_cast<uint32_t>(keyDer.size()), keyDer.data(), nullptr, &key),
+        R_ERROR_NONE);
+    KeyPtr keyOwner(key);
+    CertPtr issuerCert = cert(issuer.cert.get());
+    ASSERT_EQ(R_CRL_sign(crl.get(), issuerCert.get(), key, R_SIG_ALG_ECDSA_SHA256), R_ERROR_NONE);
+
+    uint32_t length = 0;
+    ASSERT_EQ(R_CRL_to_binary(crl.get(), 0, nullptr, &length), R_ERROR_NONE);
+    Bytes written(length);
+    ASSERT_EQ(R_CRL_to_binary(crl.get(), length, written.data(), &length), R_ERROR_NONE);
+    Crl read = openssl_crl(written);
+    ASSERT_NE(read, nullptr);
+    auto order = [](X509_CRL* from) {
+        std::vector<Bytes> out;
+        STACK_OF(X509_REVOKED)* entries = X509_CRL_get_REVOKED(from);
+        for (int i = 0; i < sk_X509_REVOKED_num(entries); ++i) {
+            const ASN1_INTEGER* serial =
+                X509_REVOKED_get0_serialNumber(sk_X509_REVOKED_value(entries, i));
+            unsigned char* der = nullptr;
+            const int size = i2d_ASN1_INTEGER(serial, &der);
+            out.emplace_back(der, der + size);
+            OPENSSL_free(der);
+        }
+        return out;
+    };
+    const std::vector<Bytes> asWritten = order(read.get());
+    ASSERT_EQ(asWritten.size(), serials.size());
+    ASSERT_EQ(X509_CRL_sort(read.get()), 1);
+    EXPECT_EQ(asWritten, order(read.get()));
 }
