@@ -26,8 +26,17 @@ bool take_time(RDer* in, RDerElement* element) {
 // reads by type, so OpenSSL decides (R_ERROR_ALLOC_FAILURE when it ran out
 // of memory deciding).
 int algorithm_check(const RDer& whole) {
-    if (!r_der_strict(whole))
+    // OpenSSL reads the identifier and the parameters' header, not what a
+    // parameter of definite length holds: those are what must be DER.
+    RDer in = whole;
+    RDerElement identifier;
+    RDerElement field;
+    if (!r_der_next(&in, &identifier))
         return R_ERROR_DECODE;
+    for (RDer fields = identifier.content; !fields.empty();) {
+        if (!r_der_next(&fields, &field) || r_der_string_in_pieces(field.tag))
+            return R_ERROR_DECODE;
+    }
     const unsigned char* cursor = whole.data;
     X509_ALGOR* algorithm = d2i_X509_ALGOR(nullptr, &cursor, static_cast<long>(whole.length));
     if (algorithm == nullptr)

@@ -74,11 +74,6 @@ bool r_der_oid_ok(const RDer& content) {
 
 namespace {
 
-// The universal types that BER may break into constructed pieces.
-bool string_type(unsigned number) {
-    return number == 3 || number == 4 || number == 12 || (number >= 18 && number <= 30);
-}
-
 bool strict_elements(RDer in, int depth) {
     // Deeper than any name or algorithm nests, parameters are taken as they are.
     if (depth >= 64)
@@ -90,7 +85,7 @@ bool strict_elements(RDer in, int depth) {
         const bool constructed = (element.tag & r_der_constructed) != 0;
         const bool universal = (element.tag & 0xc0) == 0;
         const unsigned number = element.tag & 0x1fu;
-        if (constructed && universal && string_type(number))
+        if (r_der_string_in_pieces(element.tag))
             return false;
         // OpenSSL reads a SEQUENCE OF or SET OF under the primitive tag too.
         const bool list = universal && (number == 16 || number == 17);
@@ -101,6 +96,13 @@ bool strict_elements(RDer in, int depth) {
 }
 
 } // namespace
+
+bool r_der_string_in_pieces(unsigned char tag) {
+    // The universal types that BER may break into constructed pieces.
+    const unsigned number = tag & 0x1fu;
+    return (tag & 0xe0) == r_der_constructed &&
+           (number == 3 || number == 4 || number == 12 || (number >= 18 && number <= 30));
+}
 
 bool r_der_strict(const RDer& whole) {
     return strict_elements(whole, 0);

@@ -90,10 +90,12 @@ inline bool r_der_take_sequence_of(RDer* in, RDerElement* element) {
     return true;
 }
 
+/* Whether tag is a universal string type in the constructed form BER allows. */
+bool r_der_string_in_pieces(unsigned char tag);
+
 /*
  * Whether every element inside whole, to the bottom, reads as DER: no BER-only
- * form within a name or an algorithm's parameters, which OpenSSL's decoders
- * of those would take.
+ * form within a name, which OpenSSL's decoder of names would take.
  */
 bool r_der_strict(const RDer& whole);
 
