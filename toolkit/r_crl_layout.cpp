@@ -66,7 +66,7 @@ int read_fields(RDer fields, const unsigned char* base, RCrlSpan parts[R_PART_CO
         return algorithm;
     set(parts, R_PART_TBS_SIGNATURE_ALGORITHM, base, element.whole);
     // The name is decoded, and so checked, by the index.
-    if (!r_der_take_sequence_of(&fields, &element) || !r_der_strict(element.whole))
+    if (!r_der_take_sequence_of(&fields, &element) || !r_der_strict_name(element.whole))
         return R_ERROR_DECODE;
     set(parts, R_PART_ISSUER, base, element.whole);
     if (!take_time(&fields, &element))

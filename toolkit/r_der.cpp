@@ -72,31 +72,6 @@ bool r_der_oid_ok(const RDer& content) {
     return true;
 }
 
-namespace {
-
-bool strict_elements(RDer in, int depth) {
-    // Deeper than any name or algorithm nests, parameters are taken as they are.
-    if (depth >= 64)
-        return true;
-    while (!in.empty()) {
-        RDerElement element;
-        if (!r_der_next(&in, &element))
-            return false;
-        const bool constructed = (element.tag & r_der_constructed) != 0;
-        const bool universal = (element.tag & 0xc0) == 0;
-        const unsigned number = element.tag & 0x1fu;
-        if (r_der_string_in_pieces(element.tag))
-            return false;
-        // OpenSSL reads a SEQUENCE OF or SET OF under the primitive tag too.
-        const bool list = universal && (number == 16 || number == 17);
-        if ((constructed || list) && !strict_elements(element.content, depth + 1))
-            return false;
-    }
-    return true;
-}
-
-} // namespace
-
 bool r_der_string_in_pieces(unsigned char tag) {
     // The universal types that BER may break into constructed pieces.
     const unsigned number = tag & 0x1fu;
@@ -104,8 +79,29 @@ bool r_der_string_in_pieces(unsigned char tag) {
            (number == 3 || number == 4 || number == 12 || (number >= 18 && number <= 30));
 }
 
-bool r_der_strict(const RDer& whole) {
-    return strict_elements(whole, 0);
+bool r_der_strict_name(const RDer& whole) {
+    // OpenSSL reads a name down to its attributes' values, and of a value
+    // only the header: a value of a type it keeps whole is not read inside.
+    RDer in = whole;
+    RDerElement name;
+    if (!r_der_next(&in, &name))
+        return false;
+    for (RDer rdns = name.content; !rdns.empty();) {
+        RDerElement rdn;
+        if (!r_der_next(&rdns, &rdn))
+            return false;
+        for (RDer attributes = rdn.content; !attributes.empty();) {
+            RDerElement attribute;
+            if (!r_der_next(&attributes, &attribute))
+                return false;
+            for (RDer fields = attribute.content; !fields.empty();) {
+                RDerElement field;
+                if (!r_der_next(&fields, &field) || r_der_string_in_pieces(field.tag))
+                    return false;
+            }
+        }
+    }
+    return true;
 }
 
 size_t r_der_header_size(size_t length) {

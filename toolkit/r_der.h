@@ -94,10 +94,11 @@ inline bool r_der_take_sequence_of(RDer* in, RDerElement* element) {
 bool r_der_string_in_pieces(unsigned char tag);
 
 /*
- * Whether every element inside whole, to the bottom, reads as DER: no BER-only
- * form within a name, which OpenSSL's decoder of names would take.
+ * Whether a name reads as DER as far as OpenSSL's decoder of names reads
+ * it (which would take BER there): its RDNs, attributes, and their fields'
+ * headers.
  */
-bool r_der_strict(const RDer& whole);
+bool r_der_strict_name(const RDer& whole);
 
 /* INTEGER content octets as OpenSSL takes them: not empty, no padding octet. */
 inline bool r_der_integer_ok(const RDer& content) {

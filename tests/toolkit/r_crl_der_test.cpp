@@ -159,6 +159,15 @@ TEST_F(ToolkitCrlDer, BerOnlyFormsAreRefusedAndOddLengthsKept) {
         EXPECT_EQ(crl, nullptr);
     }
 
+    // A value of a type OpenSSL keeps whole is read inside by neither.
+    std::vector<Bytes> withRawValue = fields;
+    withRawValue[fields[0][0] == 0x02 ? 2 : 1] =
+        tlv(0x30, tlv(0x31, tlv(0x30, concat({{0x06, 0x03, 0x55, 0x04, 0x03},
+                                              {0x30, 0x03, 0xff, 0xff, 0xff}}))));
+    const Bytes rawValue = tlv(0x30, concat({tlv(0x30, concat(withRawValue)), outer[1], outer[2]}));
+    EXPECT_TRUE(openssl_reads(rawValue));
+    EXPECT_NE(decode(rawValue), nullptr);
+
     // Four length octets where one would do, and two of them zero.
     Bytes padded = {0x30, 0x84};
     for (int shift = 24; shift >= 0; shift -= 8)
