@@ -100,6 +100,18 @@ class ToolkitCrlDer : public ToolkitTest {
         return status == R_ERROR_NONE ? 0 : 1;
     }
 
+    // Signs crl as issuer would, with ECDSA over SHA-256.
+    int sign(R_CRL* crl, const Issuer& issuer) {
+        R_PKEY* key = nullptr;
+        const Bytes keyDer = key_der(issuer.key.get());
+        EXPECT_EQ(R_PKEY_from_bytes(lib, static_cast<uint32_t>(keyDer.size()), keyDer.data(),
+                                    nullptr, &key),
+                  R_ERROR_NONE);
+        KeyPtr keyOwner(key);
+        CertPtr issuerCert = cert(issuer.cert.get());
+        return R_CRL_sign(crl, issuerCert.get(), key, R_SIG_ALG_ECDSA_SHA256);
+    }
+
     static int openssl_answer(const Bytes& der, const Issuer& issuer, const Bytes& serial) {
         LeafOptions options;
         options.serial = serial;
@@ -341,13 +353,6 @@ TEST_F(ToolkitCrlDer, SigningSortsAndAddingKeepsOrder) {
     recipe.revoked = {entry({0x30}), entry({0x10}), entry({0x20}, {reason(key_compromise)})};
     CrlPtr crl = decode(make_crl(issuer, recipe));
     ASSERT_NE(crl, nullptr);
-    R_PKEY* key = nullptr;
-    const Bytes keyDer = key_der(issuer.key.get());
-    ASSERT_EQ(
-        R_PKEY_from_bytes(lib, static_cast<uint32_t>(keyDer.size()), keyDer.data(), nullptr, &key),
-        R_ERROR_NONE);
-    KeyPtr keyOwner(key);
-    CertPtr issuerCert = cert(issuer.cert.get());
 
     auto serials = [&] {
         std::vector<Bytes> out;
@@ -362,7 +367,7 @@ TEST_F(ToolkitCrlDer, SigningSortsAndAddingKeepsOrder) {
         }
         return out;
     };
-    ASSERT_EQ(R_CRL_sign(crl.get(), issuerCert.get(), key, R_SIG_ALG_ECDSA_SHA256), R_ERROR_NONE);
+    ASSERT_EQ(sign(crl.get(), issuer), R_ERROR_NONE);
     EXPECT_EQ(serials(), (std::vector<Bytes>{{0x10}, {0x20}, {0x30}}));
 
     R_CRL_ENTRY* added = nullptr;
@@ -375,7 +380,7 @@ TEST_F(ToolkitCrlDer, SigningSortsAndAddingKeepsOrder) {
     ASSERT_EQ(R_CRL_ENTRY_set_info(added, R_CRL_ENTRY_INFO_REVOCATION_DATE, when.get()),
               R_ERROR_NONE);
     ASSERT_EQ(R_CRL_add_entry(crl.get(), added), R_ERROR_NONE);
-    ASSERT_EQ(R_CRL_sign(crl.get(), issuerCert.get(), key, R_SIG_ALG_ECDSA_SHA256), R_ERROR_NONE);
+    ASSERT_EQ(sign(crl.get(), issuer), R_ERROR_NONE);
     EXPECT_EQ(serials(), (std::vector<Bytes>{{0x10}, {0x20}, {0x25}, {0x30}}));
     for (const Bytes& listed : serials())
         EXPECT_EQ(toolkit_answer(crl.get(), issuer, listed), 0) << hex(listed);
@@ -472,14 +477,7 @@ TEST_F(ToolkitCrlDer, SigningOrdersSerialsOfEitherSignAsOpenSslDoes) {
                   R_ERROR_NONE);
         ASSERT_EQ(R_CRL_add_entry(crl.get(), entry), R_ERROR_NONE);
     }
-    R_PKEY* key = nullptr;
-    const Bytes keyDer = key_der(issuer.key.get());
-    ASSERT_EQ(
-        R_PKEY_from_bytes(lib, static_cast<uint32_t>(keyDer.size()), keyDer.data(), nullptr, &key),
-        R_ERROR_NONE);
-    KeyPtr keyOwner(key);
-    CertPtr issuerCert = cert(issuer.cert.get());
-    ASSERT_EQ(R_CRL_sign(crl.get(), issuerCert.get(), key, R_SIG_ALG_ECDSA_SHA256), R_ERROR_NONE);
+    ASSERT_EQ(sign(crl.get(), issuer), R_ERROR_NONE);
 
     uint32_t length = 0;
     ASSERT_EQ(R_CRL_to_binary(crl.get(), 0, nullptr, &length), R_ERROR_NONE);
