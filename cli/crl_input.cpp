@@ -75,9 +75,9 @@ int decode_crl(Session& session, const CrlBytes& bytes, Crl& crl) {
 }
 
 int load_crl(Session& session, const std::string& path, Crl& crl) {
-    // A DER file is read straight into the CRL; anything else, and any
-    // failure, takes the way that tells what is wrong.
-    if (qxfile_read_der_crl(session.ctx(), path.c_str(), &crl.object) == 0)
+    // A file of one CRL, DER or PEM, is read straight into the CRL; anything
+    // else, and any failure, takes the way that tells what is wrong.
+    if (qxfile_read_one_crl(session.ctx(), path.c_str(), &crl.object) == 0)
         return 0;
     std::vector<CrlBytes> crls;
     if (const int failed = read_crl_file(session, path, crls))

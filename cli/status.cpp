@@ -40,11 +40,11 @@ int cache_crl(CacheOwner& cache, Crl& crl, const std::string& name) {
 // that no block can hide another; a block that fails fails the command.
 int add_file(Session& session, CacheOwner& cache, const std::string& path,
              std::map<const CrlObject*, Source>& sources) {
-    // A DER file is read straight into the CRL, which a CRL of a million
-    // entries makes worth it; anything else, and any failure, takes the way
-    // that tells what is wrong.
+    // A file of one CRL, DER or PEM, is read straight into the CRL, which a
+    // CRL of a million entries makes worth it; anything else, and any
+    // failure, takes the way that tells what is wrong.
     Crl direct(session.ctx());
-    if (qxfile_read_der_crl(session.ctx(), path.c_str(), &direct.object) == 0) {
+    if (qxfile_read_one_crl(session.ctx(), path.c_str(), &direct.object) == 0) {
         const CrlObject* object = direct.object;
         if (const int failed = cache_crl(cache, direct, path))
             return failed;

@@ -3,7 +3,7 @@
 # the shared corpus ($QXCRL_CORPUS or ../shared/corpus), from a small PKI
 # that fuzz/seed_pki.sh makes with the openssl command, and from the built
 # fuzz_crl_differential (second argument, default <out>/../fuzz/):
-#   der_details  DER CRLs              file_load  DER and PEM CRLs
+#   der_details  DER CRLs              file_load, one_crl_file  DER and PEM CRLs
 #   pem_text     PEM CRLs              base64     PEM bodies
 #   concat_status  PEM CRLs with the certificates of their issuers
 #   cert_record  a certificate, then "--qxfetch--", a control byte and the
@@ -28,7 +28,7 @@ corpus=${QXCRL_CORPUS:-../shared/corpus}
 max_bytes=65536
 separator='--qxfetch--'
 targets=(der_details file_load pem_text base64 concat_status cert_record private_key
-    ldap_answer http_answer crl_differential)
+    ldap_answer http_answer crl_differential one_crl_file)
 
 if [ ! -d "$corpus" ]; then
     echo "seed.sh: no corpus at $corpus" >&2
@@ -141,10 +141,12 @@ while IFS= read -r -d '' file; do
     { ldap_bounds 3f 11; ldap_attribute "$binary" "$der" | ldap_entry; ldap_result 00; } \
         >"$out/ldap_answer/$name"
     cp "$der" "$out/file_load/$name"
+    cp "$der" "$out/one_crl_file/$name"
     pem="$work/$name.pem"
     if openssl crl -inform DER -in "$der" -outform PEM -out "$pem" 2>/dev/null; then
         cp "$pem" "$out/pem_text/$name"
         cp "$pem" "$out/file_load/$name.pem"
+        cp "$pem" "$out/one_crl_file/$name.pem"
         grep -v -- '-----' "$pem" >"$out/base64/$name"
         if [ -n "$hash" ] && [ -z "${crl_der_of[$hash]:-}" ]; then
             crl_der_of[$hash]=$der

@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 
 seconds=${1:-60}
 targets=(der_details pem_text file_load base64 concat_status cert_record private_key ldap_answer
-    http_answer crl_differential)
+    http_answer crl_differential one_crl_file)
 build=build-fuzz
 
 # Per target: the largest input, and a dictionary where the input has
@@ -30,6 +30,7 @@ declare -A options=(
     [ldap_answer]="-max_len=65536 -timeout=10 -dict=fuzz/ldap_answer.dict"
     [http_answer]="-max_len=65536 -timeout=10 -dict=fuzz/pem_markers.dict"
     [crl_differential]="-max_len=65536 -timeout=10"
+    [one_crl_file]=$text
 )
 
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <initializer_list>
 
+#include "base64.h"
 #include "qxlayer.h"
 
 namespace {
@@ -91,12 +92,14 @@ const unsigned char* decode_plain_groups(const unsigned char* text, const unsign
     return text;
 }
 
-// Decodes into out, which has room for textLength / 4 * 3 bytes; false on
-// text that is not Base64. Runs of plain groups (a PEM line) take the fast
-// path; line ends, padding and groups split by whitespace go one character
-// at a time.
-bool decode(const unsigned char* text, uint32_t textLength, unsigned char* out,
-            uint32_t* outLength) {
+} // namespace
+
+// Runs of plain groups (a PEM line) take the fast path; line ends, padding
+// and groups split by whitespace go one character at a time. Each group is
+// written after its fourth character is read, three bytes for four or more
+// characters, which is what lets out trail text in the same buffer.
+bool qxl_base64_decode(const unsigned char* text, uint32_t textLength, unsigned char* out,
+                       uint32_t* outLength) {
     unsigned char* const start = out;
     const unsigned char* const end = text + textLength;
     uint32_t bits = 0;
@@ -148,8 +151,6 @@ bool decode(const unsigned char* text, uint32_t textLength, unsigned char* out,
     return true;
 }
 
-} // namespace
-
 extern "C" StatusCode qxbc_der_to_b64(SecurityContext* ctx, const unsigned char* der,
                                       uint32_t derLength, char** text, uint32_t* textLength) {
     if (ctx == nullptr || (der == nullptr && derLength != 0) || text == nullptr ||
@@ -197,7 +198,8 @@ extern "C" StatusCode qxbc_b64_to_der(SecurityContext* ctx, const char* text, ui
     if (block == nullptr)
         return status;
     uint32_t length = 0;
-    if (!decode(reinterpret_cast<const unsigned char*>(text), textLength, block, &length)) {
+    if (!qxl_base64_decode(reinterpret_cast<const unsigned char*>(text), textLength, block,
+                           &length)) {
         qxumfree(ctx, &block);
         return QXL_ERR_BASE64;
     }

@@ -1,6 +1,7 @@
 // The layer's trace service. A record goes to the context's sink when it has
 // one, otherwise to the process-wide destination: a sink installed with
 // qxu_set_default_trace, or stderr / QX_TRACE_FILE at QX_TRACE_LEVEL.
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -12,11 +13,13 @@
 
 namespace {
 
+// The level is read without the lock: most records are below it, and a
+// status check on many threads must not queue on a mutex to learn that.
 struct DefaultDestination {
     std::mutex lock;
     QxTraceSink sink = nullptr;
     void* sinkArg = nullptr;
-    uint32_t level = QX_TRACE_LEVEL_FROM_ENV;
+    std::atomic<uint32_t> level{QX_TRACE_LEVEL_FROM_ENV};
     uint32_t environmentLevel = 0;
     FILE* file = nullptr; // NULL: stderr
 };
@@ -75,12 +78,12 @@ bool route(const SecurityContext* ctx, uint32_t level, Route& out) {
         out.sinkArg = ctx->traceSinkArg;
         return true;
     }
-    std::lock_guard<std::mutex> guard(fallback.lock);
-    uint32_t limit = resolve(fallback.level, fallback);
-    if (ctx != nullptr && ctx->traceLevel != QX_TRACE_LEVEL_FROM_ENV)
-        limit = ctx->traceLevel;
+    const uint32_t limit = ctx != nullptr && ctx->traceLevel != QX_TRACE_LEVEL_FROM_ENV
+                               ? ctx->traceLevel
+                               : resolve(fallback.level.load(std::memory_order_acquire), fallback);
     if (level > limit)
         return false;
+    std::lock_guard<std::mutex> guard(fallback.lock);
     out.sink = fallback.sink;
     out.sinkArg = fallback.sinkArg;
     out.toDefault = true;
@@ -148,5 +151,5 @@ extern "C" void qxu_set_default_trace(QxTraceSink sink, void* arg, uint32_t leve
     std::lock_guard<std::mutex> guard(fallback.lock);
     fallback.sink = sink;
     fallback.sinkArg = arg;
-    fallback.level = level;
+    fallback.level.store(level, std::memory_order_release);
 }

@@ -66,8 +66,9 @@ int decode(R_LIB_CTX* libCtx, uint32_t flags, uint32_t length, const unsigned ch
         R_CRL_free(made);
         return status;
     }
-    // Bytes after the CRL are not kept; giving them back cannot fail the CRL.
-    if (owned != nullptr && taken < length) {
+    // Bytes after the CRL, and a buffer larger than length (a PEM file's,
+    // decoded in place), are not kept; giving them back cannot fail the CRL.
+    if (owned != nullptr) {
         if (auto* cut = static_cast<unsigned char*>(OPENSSL_realloc(owned, taken)); cut != nullptr)
             made->der = cut;
     }

@@ -79,7 +79,7 @@ void R_BUFFER_free(unsigned char* buffer);
 /*
  * R_CRL_from_binary over der from R_BUFFER_new, which the new CRL keeps as
  * its bytes instead of a copy: on success the CRL owns der (cut to the bytes
- * it took), on failure the caller still does.
+ * it took, however large the buffer was), on failure the caller still does.
  */
 int R_CRL_from_binary_owned(R_LIB_CTX* libCtx, uint32_t flags, uint32_t length, unsigned char* der,
                             uint32_t* consumed, R_CRL** crl);

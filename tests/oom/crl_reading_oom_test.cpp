@@ -141,30 +141,34 @@ TEST_F(InspectionOomTest, StatusNeverAnswersWrongly) {
     }
 }
 
-// A DER file read into the CRL's own bytes: an OpenSSL allocation that
-// fails either fails the read as out of memory or is got by, and nothing
-// is left behind.
-TEST_F(InspectionOomTest, ReadingADerFileFailsCleanly) {
+// A file of one CRL, DER or PEM, read into the CRL's own bytes: an OpenSSL
+// allocation that fails either fails the read as out of memory or is got
+// by, and nothing is left behind.
+TEST_F(InspectionOomTest, ReadingAOneCrlFileFailsCleanly) {
     CrlOptions recipe;
     recipe.revoked = {revoked_serial({0x10}), revoked_serial({0x11})};
     const Bytes der = make_crl(shared_issuer(), recipe);
     TempDir dir;
     write_file(dir / "crl.der", der);
-    const std::string path = (dir / "crl.der").string();
-    const uint64_t failuresInjected = sweep_openssl_allocations(
-        [&] {
-            CrlObject* crl = nullptr;
-            const StatusCode status = qxfile_read_der_crl(ctx_, path.c_str(), &crl);
-            EXPECT_EQ(crl == nullptr, status != 0);
-            qxcrl_Destroy(ctx_, &crl);
-            return status;
-        },
-        [&](uint32_t status, bool injected) {
-            // OpenSSL gets by without some of its own allocations.
-            if (status != 0) {
-                EXPECT_TRUE(injected);
-                EXPECT_EQ(status, QXL_ERR_OUT_OF_MEMORY);
-            }
-        });
-    EXPECT_GT(failuresInjected, 0u);
+    write_text(dir / "crl.pem", crl_pem(der));
+    for (const char* name : {"crl.der", "crl.pem"}) {
+        SCOPED_TRACE(name);
+        const std::string path = (dir / name).string();
+        const uint64_t failuresInjected = sweep_openssl_allocations(
+            [&] {
+                CrlObject* crl = nullptr;
+                const StatusCode status = qxfile_read_one_crl(ctx_, path.c_str(), &crl);
+                EXPECT_EQ(crl == nullptr, status != 0);
+                qxcrl_Destroy(ctx_, &crl);
+                return status;
+            },
+            [&](uint32_t status, bool injected) {
+                // OpenSSL gets by without some of its own allocations.
+                if (status != 0) {
+                    EXPECT_TRUE(injected);
+                    EXPECT_EQ(status, QXL_ERR_OUT_OF_MEMORY);
+                }
+            });
+        EXPECT_GT(failuresInjected, 0u);
+    }
 }

@@ -44,10 +44,10 @@ class WholeFileTest : public LayerTest {
         return status;
     }
 
-    // qxfile_read_der_crl on path; the CRL's DER as the library writes it in *written.
-    StatusCode read_der_crl(const std::string& file, Bytes* written = nullptr) {
+    // qxfile_read_one_crl on path; the CRL's DER as the library writes it in *written.
+    StatusCode read_one_crl(const std::string& file, Bytes* written = nullptr) {
         CrlObject* crl = nullptr;
-        const StatusCode status = qxfile_read_der_crl(ctx_, file.c_str(), &crl);
+        const StatusCode status = qxfile_read_one_crl(ctx_, file.c_str(), &crl);
         EXPECT_EQ(crl == nullptr, status != 0);
         if (crl != nullptr && written != nullptr) {
             unsigned char* der = nullptr;
@@ -78,7 +78,7 @@ class WholeFileTest : public LayerTest {
                  qxdk_key_free(ctx_, &key);
                  return status;
              }},
-            {"qxfile_read_der_crl", [this](const std::string& file) { return read_der_crl(file); }},
+            {"qxfile_read_one_crl", [this](const std::string& file) { return read_one_crl(file); }},
         };
     }
 
@@ -174,43 +174,88 @@ TEST_F(WholeFileTest, AllocationFailureSweep) {
                       });
 }
 
-// A DER CRL file becomes a CRL holding exactly the CRL's bytes; anything
-// else is left to the readers that say what is wrong with it.
-TEST_F(WholeFileTest, DerCrlFilesAreReadIntoTheCrl) {
+// A file of one CRL, DER or a single PEM block, becomes a CRL holding exactly
+// the CRL's bytes; anything else is left to the readers that split a file
+// into blocks and say what is wrong with it.
+TEST_F(WholeFileTest, OneCrlFilesAreReadIntoTheCrl) {
     CrlOptions recipe;
     recipe.revoked = {revoked_serial({0x05}), revoked_serial({0x06})};
     const Bytes der = make_crl(shared_issuer(), recipe);
-    write_file(dir_ / "crl.der", der);
+    const std::string pem = crl_pem(der);
     Bytes trailed = der;
     trailed.insert(trailed.end(), {0x00, 0x01, 0x02});
-    write_file(dir_ / "trailed.der", trailed);
-    write_text(dir_ / "crl.pem", crl_pem(der));
-    write_file(dir_ / "empty", {});
-    write_file(dir_ / "sequence", {0x30, 0x03, 0x02, 0x01, 0x01});
+    std::string crlf;
+    for (const char c : pem)
+        crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
+    // The body under another of the labels files carry.
+    const size_t bodyStart = pem.find('\n') + 1;
+    const std::string body = pem.substr(bodyStart, pem.find("-----END ") - bodyStart);
+    const std::string legacy =
+        std::string(QX_STR_CRL_HEADER2) + "\n" + body + QX_STR_CRL_FOOTER2 + "\n";
+    const std::string certificate = cert_pem(shared_issuer().cert.get());
 
+    const std::pair<const char*, std::string> taken[] = {
+        {"crl.pem", pem},
+        {"crlf.pem", crlf},
+        {"legacy.pem", legacy},
+        {"text around.pem",
+         "Certificate Revocation List (CRL):\n  ...\n" + pem + "trailing words\n"},
+        {"after a certificate.pem", certificate + pem},
+    };
+    write_file(dir_ / "crl.der", der);
     Bytes written;
-    EXPECT_EQ(read_der_crl(path("crl.der"), &written), 0u);
+    EXPECT_EQ(read_one_crl(path("crl.der"), &written), 0u);
     EXPECT_EQ(written, der);
-    // What follows a CRL may be another (a PEM block, say) that must not be dropped.
-    for (const char* other : {"trailed.der", "crl.pem", "empty", "sequence"}) {
-        EXPECT_EQ(read_der_crl(path(other)), QXL_ERR_NOT_A_CRL) << other;
+    for (const auto& [name, text] : taken) {
+        write_text(dir_ / name, text);
+        written.clear();
+        EXPECT_EQ(read_one_crl(path(name), &written), 0u) << name;
+        EXPECT_EQ(written, der) << name;
     }
-    EXPECT_EQ(read_der_crl(path("missing")), QXL_ERR_FILE);
-    layer()->maxFileBytes = static_cast<uint32_t>(der.size() - 1);
-    EXPECT_EQ(read_der_crl(path("crl.der")), QXL_ERR_FILE);
+
+    std::string badDigit = pem;
+    badDigit[bodyStart + 10] = '*';
+    const std::pair<const char*, std::string> left[] = {
+        // What follows a CRL may be another (a PEM block, say) that must not be dropped.
+        {"trailed.pem", pem_block_of(trailed)},
+        {"two blocks.pem", pem + pem},
+        {"two labels.pem", pem + legacy},
+        {"no end line.pem", pem.substr(0, pem.find("-----END "))},
+        {"bad digit.pem", badDigit},
+        {"certificate only.pem", certificate},
+        {"words.txt", "no CRL here\n"},
+        {"empty", ""},
+    };
+    for (const auto& [name, text] : left) {
+        write_text(dir_ / name, text);
+        EXPECT_EQ(read_one_crl(path(name)), QXL_ERR_NOT_A_CRL) << name;
+    }
+    write_file(dir_ / "trailed.der", trailed);
+    write_file(dir_ / "sequence", {0x30, 0x03, 0x02, 0x01, 0x01});
+    for (const char* other : {"trailed.der", "sequence"}) {
+        EXPECT_EQ(read_one_crl(path(other)), QXL_ERR_NOT_A_CRL) << other;
+    }
+    EXPECT_EQ(read_one_crl(path("missing")), QXL_ERR_FILE);
+    layer()->maxFileBytes = static_cast<uint32_t>(pem.size() - 1);
+    EXPECT_EQ(read_one_crl(path("crl.pem")), QXL_ERR_FILE);
 
     CrlObject* crl = reinterpret_cast<CrlObject*>(&written);
     SecurityContext bare{};
-    EXPECT_EQ(qxfile_read_der_crl(&bare, path("crl.der").c_str(), &crl), QXL_ERR_BAD_ARGUMENT);
+    EXPECT_EQ(qxfile_read_one_crl(&bare, path("crl.der").c_str(), &crl), QXL_ERR_BAD_ARGUMENT);
     EXPECT_EQ(crl, nullptr);
-    EXPECT_EQ(qxfile_read_der_crl(ctx_, nullptr, &crl), QXL_ERR_BAD_ARGUMENT);
-    EXPECT_EQ(qxfile_read_der_crl(ctx_, path("crl.der").c_str(), nullptr), QXL_ERR_BAD_ARGUMENT);
+    EXPECT_EQ(qxfile_read_one_crl(ctx_, nullptr, &crl), QXL_ERR_BAD_ARGUMENT);
+    EXPECT_EQ(qxfile_read_one_crl(ctx_, path("crl.der").c_str(), nullptr), QXL_ERR_BAD_ARGUMENT);
 }
 
-TEST_F(WholeFileTest, DerCrlAllocationFailureSweep) {
-    write_file(dir_ / "crl.der", make_crl(shared_issuer(), CrlOptions{}));
-    sweep_allocations([&] { return read_der_crl(path("crl.der")); },
-                      [&](StatusCode status, bool injected) {
-                          EXPECT_EQ(status, injected ? QXL_ERR_OUT_OF_MEMORY : 0u);
-                      });
+TEST_F(WholeFileTest, OneCrlAllocationFailureSweep) {
+    const Bytes der = make_crl(shared_issuer(), CrlOptions{});
+    write_file(dir_ / "crl.der", der);
+    write_text(dir_ / "crl.pem", crl_pem(der));
+    for (const char* name : {"crl.der", "crl.pem"}) {
+        SCOPED_TRACE(name);
+        sweep_allocations([&] { return read_one_crl(path(name)); },
+                          [&](StatusCode status, bool injected) {
+                              EXPECT_EQ(status, injected ? QXL_ERR_OUT_OF_MEMORY : 0u);
+                          });
+    }
 }

@@ -339,4 +339,12 @@ std::string crl_pem(const Bytes& der) {
     return text_of(bio);
 }
 
+std::string pem_block_of(const Bytes& bytes, const char* label) {
+    BIO* bio = BIO_new(BIO_s_mem());
+    require(bio != nullptr &&
+                PEM_write_bio(bio, label, "", bytes.data(), static_cast<long>(bytes.size())) > 0,
+            "PEM block");
+    return text_of(bio);
+}
+
 } // namespace qxtest

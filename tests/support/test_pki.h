@@ -156,6 +156,10 @@ std::string cert_pem(const X509* cert);
 // The DER CRL as PEM text with LF line ends, as OpenSSL writes it.
 std::string crl_pem(const Bytes& der);
 
+// Any bytes as one PEM block under label, as OpenSSL writes it: for bytes
+// that are not a CRL OpenSSL would re-encode.
+std::string pem_block_of(const Bytes& bytes, const char* label = "X509 CRL");
+
 } // namespace qxtest
 
 #endif
