@@ -21,12 +21,13 @@ inline qxtest::Bytes serial_of(uint32_t n) {
             static_cast<unsigned char>(n)};
 }
 
-// A DER CRL of issuer with entries for serials 1..entries.
-inline qxtest::Bytes sequential_crl(const qxtest::Issuer& issuer, uint32_t entries) {
+// A DER CRL of issuer with entries for serials step, 2 step, ..., entries step.
+inline qxtest::Bytes sequential_crl(const qxtest::Issuer& issuer, uint32_t entries,
+                                    uint32_t step = 1) {
     qxtest::CrlOptions recipe;
     recipe.revoked.reserve(entries);
     for (uint32_t n = 1; n <= entries; ++n)
-        recipe.revoked.push_back(qxtest::revoked_serial(serial_of(n)));
+        recipe.revoked.push_back(qxtest::revoked_serial(serial_of(n * step)));
     return qxtest::make_crl(issuer, recipe);
 }
 

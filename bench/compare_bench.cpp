@@ -1,7 +1,8 @@
 // Each operation beside the same work done with raw OpenSSL calls, in one
 // binary and one run, so that the ratio between the two can be read off:
 // decoding DER and loading PEM files of 1k to 1M entries, the memory a
-// decoded CRL of 1M entries holds, lookups in it, cached lookups among 1 to
+// decoded CRL of 1M entries holds, lookups in it (of one certificate again
+// and again, and of a thousand in turn), cached lookups among 1 to
 // 1,000 CRLs, verifying the signature of a 100k-entry CRL, creating a CRL
 // with 1,000 revocations, and revoking one certificate into a CRL of 10k
 // entries. Names end in _qxcrl or _openssl; scripts/bench.sh pairs them up.
@@ -200,9 +201,7 @@ struct Million {
         unlistedCert = make_leaf(issuer, options);
         listed = leaf_record(layer().ctx, issuer, serial_of(500000));
         unlisted = leaf_record(layer().ctx, issuer, {0x20, 0x00, 0x00, 0x01});
-        // Both sort their entries on the first lookup; measured are the rest.
-        CertRevocationStatus status = 0;
-        qxcrl_CheckCertStatus(layer().ctx, crl, listed, &status);
+        // OpenSSL sorts its entries on the first lookup; measured are the rest.
         X509_REVOKED* found = nullptr;
         X509_CRL_get0_by_serial(raw, &found, X509_get_serialNumber(listedCert.get()));
     }
@@ -241,6 +240,81 @@ void BM_MillionLookup_openssl(benchmark::State& state) {
             X509_cmp_current_time(X509_REVOKED_get0_revocationDate(found)) < 0;
         if (revoked != hit)
             state.SkipWithError("wrong answer");
+    }
+}
+
+// ---------------------------------- lookups of many certificates in a million
+
+// A million entries for the even serials 2..2,000,000, and certificates whose
+// serials spread over that range: even ones listed, the odd one below each
+// not. Each lookup takes the next certificate, as a server checking its
+// clients would, so that neither side keeps one path through its index in
+// cache.
+struct MillionSpread {
+    static constexpr uint32_t certificates = 1024;
+    CrlObject* crl = nullptr;
+    X509_CRL* raw = nullptr;
+    std::vector<CertificateRecord*> records[2]; // by hit
+    std::vector<Cert> certs[2];
+
+    MillionSpread() {
+        const Issuer& issuer = shared_issuer(KeyKind::EcP256);
+        const Bytes der = qxbench::sequential_crl(issuer, 1000000, 2);
+        if (qxcrl_CreateCtx(layer().ctx, &crl, der.data(), static_cast<uint32_t>(der.size())) != 0)
+            std::abort();
+        const unsigned char* cursor = der.data();
+        raw = d2i_X509_CRL(nullptr, &cursor, static_cast<long>(der.size()));
+        for (uint32_t i = 0; i < certificates; ++i) {
+            // A stride prime to the range puts neighbours far apart.
+            const uint32_t listed = 2 * (1 + static_cast<uint32_t>((i * 999983ull) % 1000000));
+            for (const bool hit : {false, true}) {
+                LeafOptions options;
+                options.serial = serial_of(hit ? listed : listed - 1);
+                certs[hit].push_back(make_leaf(issuer, options));
+                records[hit].push_back(leaf_record(layer().ctx, issuer, options.serial));
+            }
+        }
+        // OpenSSL sorts its entries on the first lookup; measured are the rest.
+        X509_REVOKED* found = nullptr;
+        X509_CRL_get0_by_serial(raw, &found, X509_get_serialNumber(certs[1].front().get()));
+    }
+};
+
+MillionSpread& million_spread() {
+    static MillionSpread instance;
+    return instance;
+}
+
+void BM_MillionSpreadLookup_qxcrl(benchmark::State& state) {
+    MillionSpread& m = million_spread();
+    const bool hit = state.range(0) == 1;
+    const std::vector<CertificateRecord*>& records = m.records[hit];
+    size_t next = 0;
+    for (auto _ : state) {
+        CertRevocationStatus status = 0;
+        if (qxcrl_CheckCertStatus(layer().ctx, m.crl, records[next], &status) != 0 ||
+            status != (hit ? QXCRL_CERT_REVOKED : QXCRL_CERT_VALID))
+            state.SkipWithError("wrong answer");
+        next = (next + 1) % records.size();
+    }
+}
+
+void BM_MillionSpreadLookup_openssl(benchmark::State& state) {
+    MillionSpread& m = million_spread();
+    const bool hit = state.range(0) == 1;
+    const std::vector<Cert>& certs = m.certs[hit];
+    size_t next = 0;
+    for (auto _ : state) {
+        X509* cert = certs[next].get();
+        X509_REVOKED* found = nullptr;
+        // The checks of the single-certificate lookup above.
+        const bool revoked =
+            X509_NAME_cmp(X509_CRL_get_issuer(m.raw), X509_get_issuer_name(cert)) == 0 &&
+            X509_CRL_get0_by_serial(m.raw, &found, X509_get_serialNumber(cert)) == 1 &&
+            X509_cmp_current_time(X509_REVOKED_get0_revocationDate(found)) < 0;
+        if (revoked != hit)
+            state.SkipWithError("wrong answer");
+        next = (next + 1) % certs.size();
     }
 }
 
@@ -508,6 +582,16 @@ BENCHMARK(BM_HeldRss_qxcrl)->Arg(1000000)->Unit(benchmark::kMillisecond)->Iterat
 BENCHMARK(BM_HeldRss_openssl)->Arg(1000000)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_MillionLookup_qxcrl)->ArgName("hit")->Arg(1)->Arg(0)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_MillionLookup_openssl)->ArgName("hit")->Arg(1)->Arg(0)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_MillionSpreadLookup_qxcrl)
+    ->ArgName("hit")
+    ->Arg(1)
+    ->Arg(0)
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_MillionSpreadLookup_openssl)
+    ->ArgName("hit")
+    ->Arg(1)
+    ->Arg(0)
+    ->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_CachedLookup_qxcrl)->Arg(1)->Arg(100)->Arg(1000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_CachedLookup_openssl)->Arg(1)->Arg(100)->Arg(1000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_Verify100k_qxcrl)->Unit(benchmark::kMillisecond);

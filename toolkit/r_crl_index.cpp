@@ -204,6 +204,20 @@ bool build_slots(const unsigned char* der, RCrlIndex* index) {
     return true;
 }
 
+// The keys of a sorted list's marks; an unsorted list is found by its slots.
+bool build_mark_keys(const unsigned char* der, RCrlIndex* index) {
+    if (index->entryCount == 0 || !index->entriesSorted)
+        return true;
+    const uint32_t markCount = (index->entryCount + r_entry_stride - 1) / r_entry_stride;
+    index->markKeys = static_cast<uint64_t*>(OPENSSL_malloc(sizeof(uint64_t) * size_t{markCount}));
+    if (index->markKeys == nullptr)
+        return false;
+    const uint32_t end = list_end(*index);
+    for (uint32_t mark = 0; mark < markCount; ++mark)
+        index->markKeys[mark] = r_serial_key(serial_at(der, end, index->marks[mark]));
+    return true;
+}
+
 bool read_idp(const RDer& value, const X509_NAME* issuer, ISSUING_DIST_POINT** out) {
     const unsigned char* cursor = value.data;
     ISSUING_DIST_POINT* idp =
@@ -369,6 +383,7 @@ int carry_entries(const unsigned char* der, const RCrlSpan parts[R_PART_COUNT],
 
 void r_crl_index_free(RCrlIndex* index) {
     OPENSSL_free(index->marks);
+    OPENSSL_free(index->markKeys);
     OPENSSL_free(index->slots);
     X509_NAME_free(index->issuer);
     X509_ALGOR_free(index->signatureAlgorithm);
@@ -399,7 +414,7 @@ int r_crl_index_build(const unsigned char* der, const RCrlSpan parts[R_PART_COUN
         (!walk.acceptable || walk.idpCount > 1 ||
          (walk.idpCount == 1 && !read_idp(walk.idpValue, index.issuer, &index.idp))))
         status = R_ERROR_UNSUPPORTED;
-    if (status == R_ERROR_NONE && !build_slots(der, &index))
+    if (status == R_ERROR_NONE && (!build_slots(der, &index) || !build_mark_keys(der, &index)))
         status = R_ERROR_ALLOC_FAILURE;
     if (status != R_ERROR_NONE) {
         r_crl_index_free(&index);
@@ -468,11 +483,16 @@ struct Place {
 Place first_in_sorted(const R_CRL* crl, const RDer& serial, uint32_t end) {
     const RCrlIndex& index = crl->index;
     const uint32_t markCount = (index.entryCount + r_entry_stride - 1) / r_entry_stride;
+    const uint64_t key = r_serial_key(serial);
     uint32_t low = 0;
     uint32_t high = markCount;
     while (low < high) {
         const uint32_t middle = low + (high - low) / 2;
-        if (r_serial_order(serial_at(crl->der, end, index.marks[middle]), serial) < 0)
+        const uint64_t markKey = index.markKeys[middle];
+        const bool keysDecide =
+            markKey != key && markKey != r_serial_undecided && key != r_serial_undecided;
+        if (keysDecide ? markKey < key
+                       : r_serial_order(serial_at(crl->der, end, index.marks[middle]), serial) < 0)
             low = middle + 1;
         else
             high = middle;
