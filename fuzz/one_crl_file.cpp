@@ -1,16 +1,19 @@
 // A file of one CRL read straight into the CRL's bytes: the input is the
 // file, held in memory and read through its /proc path, so that the reader's
 // in-place Base64 decoding meets hostile text. A CRL it takes must be the
-// whole input when that starts as DER, or else the Base64 of the input's one
-// CRL block decoded apart; and the module must take those bytes as well.
+// one the command's block reader finds in the same file, decoded apart, and
+// the module must take those bytes as well.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/mman.h>
 #include <unistd.h>
+#include <vector>
 
+#include "crl_blocks.h"
 #include "fuzz_layer.h"
 
 namespace {
@@ -27,23 +30,24 @@ const std::string& file_holding(const uint8_t* data, size_t size) {
     return path;
 }
 
-// The DER a one-block PEM text holds, decoded out of place; empty when the
-// text has no CRL block with an end line after it.
-std::string decoded_apart(SecurityContext* ctx, std::string_view text) {
-    size_t block = std::string_view::npos;
-    for (const char* header :
-         {QX_STR_CRL_HEADER, QX_STR_CRL_HEADER1, QX_STR_CRL_HEADER2, QX_STR_CRL_HEADER3})
-        block = std::min(block, text.find(header));
-    const size_t lineEnd = text.find('\n', block);
-    const size_t end = text.find("-----END ", block);
-    if (block == std::string_view::npos || lineEnd == std::string_view::npos ||
-        end == std::string_view::npos || end < lineEnd)
-        return {};
+// What the command's block reader makes of text: with no CRL begin line,
+// the whole as DER; with one, that block's Base64 (from the line after the
+// begin line to the first end line) decoded apart; nothing for more blocks,
+// or a block that does not decode.
+std::optional<std::string> as_the_block_reader_reads(SecurityContext* ctx, std::string_view text) {
+    const std::vector<std::string_view> blocks = qxcli::crl_pem_blocks(text);
+    if (blocks.empty())
+        return std::string(text);
+    const size_t lineEnd = blocks[0].find('\n');
+    const size_t end = blocks[0].find("-----END ");
+    if (blocks.size() != 1 || lineEnd == std::string_view::npos || end == std::string_view::npos ||
+        end < lineEnd)
+        return std::nullopt;
     unsigned char* der = nullptr;
     uint32_t length = 0;
-    if (qxbc_b64_to_der(ctx, text.data() + lineEnd + 1, static_cast<uint32_t>(end - lineEnd - 1),
-                        &der, &length) != 0)
-        return {};
+    if (qxbc_b64_to_der(ctx, blocks[0].data() + lineEnd + 1,
+                        static_cast<uint32_t>(end - lineEnd - 1), &der, &length) != 0)
+        return std::nullopt;
     std::string bytes(reinterpret_cast<const char*>(der), length);
     qxumfree(ctx, &der);
     return bytes;
@@ -72,8 +76,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     qxumfree(ctx, &der);
     qxcrl_Destroy(ctx, &crl);
     const std::string_view input(reinterpret_cast<const char*>(data), size);
-    require(taken == (data[0] == 0x30 ? std::string(input) : decoded_apart(ctx, input)),
-            "the CRL is not the file's one CRL");
+    require(as_the_block_reader_reads(ctx, input) == taken,
+            "the CRL is not what the command's block reader reads");
     CrlObject* again = nullptr;
     require(qxcrl_CreateCtx(ctx, &again, reinterpret_cast<const unsigned char*>(taken.data()),
                             length) == 0,

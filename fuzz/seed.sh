@@ -3,7 +3,7 @@
 # the shared corpus ($QXCRL_CORPUS or ../shared/corpus), from a small PKI
 # that fuzz/seed_pki.sh makes with the openssl command, and from the built
 # fuzz_crl_differential (second argument, default <out>/../fuzz/):
-#   der_details  DER CRLs              file_load, one_crl_file  DER and PEM CRLs
+#   der_details  DER CRLs              file_load  DER and PEM CRLs
 #   pem_text     PEM CRLs              base64     PEM bodies
 #   concat_status  PEM CRLs with the certificates of their issuers
 #   cert_record  a certificate, then "--qxfetch--", a control byte and the
@@ -17,6 +17,8 @@
 #   crl_differential  DER CRLs, CRLs that the target signs with the key of
 #                its fixed issuer, so that it compares verifications that pass,
 #                and fuzz/differential_cases/
+#   one_crl_file  DER and PEM CRLs, and fuzz/one_crl_cases/ (a DER CRL whose
+#                extension carries a PEM CRL block)
 # Files over 64 KiB are left out: libFuzzer sizes its inputs after the
 # largest seed, and megabyte inputs would slow every run.
 set -euo pipefail
@@ -273,6 +275,7 @@ QXCRL_DIFFERENTIAL_SEEDS="$out/crl_differential" "$differential"
 # extensions under a primitive SEQUENCE tag, a CRL Number value as a
 # constructed OCTET STRING, an outer signature algorithm unlike the inner one.
 cp fuzz/differential_cases/* "$out/crl_differential/"
+cp fuzz/one_crl_cases/* "$out/one_crl_file/"
 
 for target in "${targets[@]}"; do
     echo "seed.sh: $target: $(find "$out/$target" -type f | wc -l) seeds"

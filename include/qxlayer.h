@@ -484,9 +484,9 @@ QXCRL_API StatusCode qxfile_read_whole(SecurityContext* ctx, const char* path,
  * The file at path, when it holds one CRL and nothing more, as a new *crl
  * (released with qxcrl_Destroy), its bytes read straight into the CRL's own,
  * so that the process holds them once. One CRL is a DER CRL that fills the
- * file, or PEM text with exactly one begin line under a CRL label, whose
- * Base64 (up to the first end line) decodes to a DER CRL and nothing more;
- * text around the block is let be. The file is opened and bounded as by
+ * file and holds no begin line under a CRL label, or PEM text with exactly
+ * one such begin line, whose Base64 (up to the first end line) decodes to a
+ * DER CRL and nothing more; text around the block is let be. The file is opened and bounded as by
  * qxfile_read_whole, whose failures it returns. QXL_ERR_NOT_A_CRL for any
  * other file, or one that is not a CRL the library takes: the readers of
  * PEM blocks and qxcrl_CreateCtx say why. QXL_ERR_OUT_OF_MEMORY;

@@ -25,47 +25,38 @@ bool is_crl_label_at(std::string_view text, size_t at) {
     return false;
 }
 
-// Where the one CRL block's Base64 lies: from the line after its begin
-// marker to the first end marker. False unless the text holds exactly one
-// begin marker under a CRL label, so that the readers that split a file into
-// blocks would find this one block and no other.
-bool only_block_body(std::string_view text, size_t* bodyStart, size_t* bodyEnd) {
-    size_t block = std::string_view::npos;
-    for (size_t at = text.find(begin_marker); at != std::string_view::npos;
+// The begin lines under a CRL label in text, counted up to two; *first is
+// where the first starts.
+int crl_begin_lines(std::string_view text, size_t* first) {
+    int count = 0;
+    for (size_t at = text.find(begin_marker); at != std::string_view::npos && count < 2;
          at = text.find(begin_marker, at + 1)) {
-        if (!is_crl_label_at(text, at))
-            continue;
-        if (block != std::string_view::npos)
-            return false;
-        block = at;
+        if (is_crl_label_at(text, at) && count++ == 0)
+            *first = at;
     }
-    if (block == std::string_view::npos)
-        return false;
-    const size_t lineEnd = text.find('\n', block);
-    const size_t end = text.find(end_marker, block);
-    if (lineEnd == std::string_view::npos || end == std::string_view::npos || end < lineEnd)
-        return false;
-    *bodyStart = lineEnd + 1;
-    *bodyEnd = end;
-    return true;
+    return count;
 }
 
-// The CRL's DER at the start of buffer: the whole of it for a DER file, or
-// the PEM block's body decoded in place; false when it is neither.
+// The CRL's DER at the start of buffer; false when the file is not one CRL.
+// The readers that split a file into blocks read any file with a CRL begin
+// line as its blocks, whatever else it holds (a DER CRL can carry such text
+// in an extension), so only a file without one can be DER, and only a file
+// with exactly one is one block: its Base64, from the line after the begin
+// line to the first end line, is decoded where it lies.
 bool der_in_place(unsigned char* buffer, uint32_t length, uint32_t* derLength) {
-    if (length == 0)
-        return false;
-    // A DER CRL is a SEQUENCE; PEM text never starts with that byte's '0'
-    // and its block, so the text readers take what does.
-    if (buffer[0] == 0x30) {
+    const std::string_view text(reinterpret_cast<const char*>(buffer), length);
+    size_t block = 0;
+    const int blocks = crl_begin_lines(text, &block);
+    if (blocks == 0) {
         *derLength = length;
-        return true;
+        return length != 0 && buffer[0] == 0x30; // a DER CRL is a SEQUENCE
     }
-    size_t bodyStart = 0;
-    size_t bodyEnd = 0;
-    if (!only_block_body({reinterpret_cast<const char*>(buffer), length}, &bodyStart, &bodyEnd))
+    const size_t lineEnd = text.find('\n', block);
+    const size_t end = text.find(end_marker, block);
+    if (blocks > 1 || lineEnd == std::string_view::npos || end == std::string_view::npos ||
+        end < lineEnd)
         return false;
-    return qxl_base64_decode(buffer + bodyStart, static_cast<uint32_t>(bodyEnd - bodyStart), buffer,
+    return qxl_base64_decode(buffer + lineEnd + 1, static_cast<uint32_t>(end - lineEnd - 1), buffer,
                              derLength);
 }
 

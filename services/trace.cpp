@@ -78,12 +78,18 @@ bool route(const SecurityContext* ctx, uint32_t level, Route& out) {
         out.sinkArg = ctx->traceSinkArg;
         return true;
     }
-    const uint32_t limit = ctx != nullptr && ctx->traceLevel != QX_TRACE_LEVEL_FROM_ENV
-                               ? ctx->traceLevel
-                               : resolve(fallback.level.load(std::memory_order_acquire), fallback);
-    if (level > limit)
+    const bool ownLevel = ctx != nullptr && ctx->traceLevel != QX_TRACE_LEVEL_FROM_ENV;
+    auto limit = [&] {
+        return ownLevel ? ctx->traceLevel
+                        : resolve(fallback.level.load(std::memory_order_acquire), fallback);
+    };
+    if (level > limit())
         return false;
     std::lock_guard<std::mutex> guard(fallback.lock);
+    // Asked again under the lock, so that a record goes to a sink only at
+    // the level that sink was installed with.
+    if (level > limit())
+        return false;
     out.sink = fallback.sink;
     out.sinkArg = fallback.sinkArg;
     out.toDefault = true;

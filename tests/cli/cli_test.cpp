@@ -256,10 +256,17 @@ TEST_F(CliTest, StatusReadsEveryBlockWhateverItsLabelAndWhatLiesBetween) {
     const std::string revoking = slurp(dir_ / "crl.pem"), other = slurp(dir_ / "other.crl");
     const std::string nul(1, '\0');
     const Bytes otherDer = pem_block(dir_ / "other.crl", "X509 CRL");
+    // A DER CRL that carries PEM text in an extension is read as that text's
+    // blocks, as any file with a CRL begin line is, however it is read.
+    CrlOptions carrier;
+    carrier.extensions = {{"1.2.3.4", false, Bytes(revoking.begin(), revoking.end())}};
+    const Bytes carrierDer = make_crl(shared_issuer(), carrier);
     // Each file holds another issuer's CRL and the one that revokes the leaf.
     const std::vector<std::pair<std::string, std::string>> files = {
         {"another issuer's CRL in DER, the revoking CRL in PEM after it",
          std::string(otherDer.begin(), otherDer.end()) + revoking},
+        {"another issuer's DER CRL, the revoking CRL's PEM in its extension",
+         std::string(carrierDer.begin(), carrierDer.end())},
         {"a NUL between, the revoking CRL second",
          relabelled(other, "CRL", "CRL") + nul + revoking},
         {"the revoking CRL first under a label the primary one outranks",

@@ -193,6 +193,10 @@ TEST_F(WholeFileTest, OneCrlFilesAreReadIntoTheCrl) {
     const std::string legacy =
         std::string(QX_STR_CRL_HEADER2) + "\n" + body + QX_STR_CRL_FOOTER2 + "\n";
     const std::string certificate = cert_pem(shared_issuer().cert.get());
+    // A DER CRL whose extension carries the PEM text is read as that block.
+    CrlOptions carrier;
+    carrier.extensions = {{"1.2.3.4", false, Bytes(pem.begin(), pem.end())}};
+    const Bytes carrierDer = make_crl(shared_issuer(), carrier);
 
     const std::pair<const char*, std::string> taken[] = {
         {"crl.pem", pem},
@@ -201,6 +205,7 @@ TEST_F(WholeFileTest, OneCrlFilesAreReadIntoTheCrl) {
         {"text around.pem",
          "Certificate Revocation List (CRL):\n  ...\n" + pem + "trailing words\n"},
         {"after a certificate.pem", certificate + pem},
+        {"carrier.der", std::string(carrierDer.begin(), carrierDer.end())},
     };
     write_file(dir_ / "crl.der", der);
     Bytes written;
