@@ -209,7 +209,7 @@ bool build_mark_keys(const unsigned char* der, RCrlIndex* index) {
     if (index->entryCount == 0 || !index->entriesSorted)
         return true;
     const uint32_t markCount = (index->entryCount + r_entry_stride - 1) / r_entry_stride;
-    index->markKeys = static_cast<uint64_t*>(OPENSSL_malloc(sizeof(uint64_t) * size_t{markCount}));
+    index->markKeys = static_cast<uint32_t*>(OPENSSL_malloc(sizeof(uint32_t) * size_t{markCount}));
     if (index->markKeys == nullptr)
         return false;
     const uint32_t end = list_end(*index);
@@ -483,12 +483,12 @@ struct Place {
 Place first_in_sorted(const R_CRL* crl, const RDer& serial, uint32_t end) {
     const RCrlIndex& index = crl->index;
     const uint32_t markCount = (index.entryCount + r_entry_stride - 1) / r_entry_stride;
-    const uint64_t key = r_serial_key(serial);
+    const uint32_t key = r_serial_key(serial);
     uint32_t low = 0;
     uint32_t high = markCount;
     while (low < high) {
         const uint32_t middle = low + (high - low) / 2;
-        const uint64_t markKey = index.markKeys[middle];
+        const uint32_t markKey = index.markKeys[middle];
         const bool keysDecide =
             markKey != key && markKey != r_serial_undecided && key != r_serial_undecided;
         if (keysDecide ? markKey < key

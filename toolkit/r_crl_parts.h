@@ -123,22 +123,22 @@ inline int r_serial_order(const RDer& a, const RDer& b) {
 }
 
 /*
- * A serial's place in the order of r_serial_order as far as 64 bits tell: a
- * positive serial's magnitude length in the top octet, then its first seven
+ * A serial's place in the order of r_serial_order as far as 32 bits tell: a
+ * positive serial's magnitude length in the top octet, then its first three
  * octets. Two keys that differ, neither of them r_serial_undecided, order
  * their serials; otherwise the serials decide.
  */
-constexpr uint64_t r_serial_undecided = UINT64_MAX; /* negative, or 255 octets and more */
-inline uint64_t r_serial_key(const RDer& serial) {
+constexpr uint32_t r_serial_undecided = UINT32_MAX; /* negative, or 255 octets and more */
+inline uint32_t r_serial_key(const RDer& serial) {
     if (serial.length == 0 || (serial.data[0] & 0x80) != 0)
         return r_serial_undecided;
     const size_t pad = serial.length > 1 && serial.data[0] == 0 ? 1 : 0;
     const size_t length = serial.length - pad;
     if (length >= 0xFF)
         return r_serial_undecided;
-    uint64_t key = uint64_t{length} << 56;
-    for (size_t i = 0; i < 7 && i < length; ++i)
-        key |= uint64_t{serial.data[pad + i]} << (48 - 8 * i);
+    uint32_t key = static_cast<uint32_t>(length) << 24;
+    for (size_t i = 0; i < 3 && i < length; ++i)
+        key |= static_cast<uint32_t>(serial.data[pad + i]) << (16 - 8 * i);
     return key;
 }
 

@@ -63,9 +63,9 @@ struct RCrlIndex {
     // Where every r_entry_stride-th entry's element starts: a million entries
     // cost a quarter of a megabyte, and any entry is a few headers away.
     uint32_t* marks = nullptr;
-    // For a sorted list, each mark's serial as far as a 64-bit key orders it
-    // (r_serial_key), so that halving the marks reads no entry.
-    uint64_t* markKeys = nullptr;
+    // For a sorted list, each mark's serial as far as a 32-bit key orders it
+    // (r_serial_key), so that halving the marks seldom reads an entry.
+    uint32_t* markKeys = nullptr;
     // Open addressing by serial: entry number + 1, 0 for free; the top bit
     // marks a serial listed more than once.
     uint32_t* slots = nullptr;
