@@ -15,6 +15,8 @@ RATIO_TARGETS = {
     ("DecodeDer", "1000000"): 0.1,
     ("MillionLookup", "hit:1"): 1,
     ("MillionLookup", "hit:0"): 1,
+    ("MillionSpreadLookup", "hit:1"): 1,
+    ("MillionSpreadLookup", "hit:0"): 1,
     ("RevokeSignEncode10k", "ec_p256"): 0.2,
     ("RevokeSignEncode10k", "rsa_2048"): 0.2,
 }

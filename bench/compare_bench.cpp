@@ -179,143 +179,117 @@ void BM_HeldRss_openssl(benchmark::State& state) {
 
 // ---------------------------------------------- lookups in a million entries
 
-struct Million {
+// A CRL of a million entries, as the library and OpenSSL hold it, and
+// certificates of its issuer to look up: by hit, those it lists and those
+// it does not.
+struct LookupSet {
     CrlObject* crl = nullptr;
     X509_CRL* raw = nullptr;
-    CertificateRecord* listed = nullptr;
-    CertificateRecord* unlisted = nullptr;
-    Cert listedCert;
-    Cert unlistedCert;
-
-    Million() {
-        const Bytes& der = crl_of_size(1000000).der;
-        if (qxcrl_CreateCtx(layer().ctx, &crl, der.data(), static_cast<uint32_t>(der.size())) != 0)
-            std::abort();
-        const unsigned char* cursor = der.data();
-        raw = d2i_X509_CRL(nullptr, &cursor, static_cast<long>(der.size()));
-        const Issuer& issuer = shared_issuer(KeyKind::EcP256);
-        LeafOptions options;
-        options.serial = serial_of(500000);
-        listedCert = make_leaf(issuer, options);
-        options.serial = {0x20, 0x00, 0x00, 0x01};
-        unlistedCert = make_leaf(issuer, options);
-        listed = leaf_record(layer().ctx, issuer, serial_of(500000));
-        unlisted = leaf_record(layer().ctx, issuer, {0x20, 0x00, 0x00, 0x01});
-        // OpenSSL sorts its entries on the first lookup; measured are the rest.
-        X509_REVOKED* found = nullptr;
-        X509_CRL_get0_by_serial(raw, &found, X509_get_serialNumber(listedCert.get()));
-    }
-};
-
-Million& million() {
-    static Million instance;
-    return instance;
-}
-
-void BM_MillionLookup_qxcrl(benchmark::State& state) {
-    Million& m = million();
-    const bool hit = state.range(0) == 1;
-    CertificateRecord* cert = hit ? m.listed : m.unlisted;
-    for (auto _ : state) {
-        CertRevocationStatus status = 0;
-        if (qxcrl_CheckCertStatus(layer().ctx, m.crl, cert, &status) != 0 ||
-            status != (hit ? QXCRL_CERT_REVOKED : QXCRL_CERT_VALID))
-            state.SkipWithError("wrong answer");
-    }
-}
-
-void BM_MillionLookup_openssl(benchmark::State& state) {
-    Million& m = million();
-    const bool hit = state.range(0) == 1;
-    X509* cert = hit ? m.listedCert.get() : m.unlistedCert.get();
-    for (auto _ : state) {
-        X509_REVOKED* found = nullptr;
-        // The same checks: the CRL is the certificate's issuer's, the serial
-        // is listed (a bare lookup by serial), and the revocation date has passed.
-        const bool sameIssuer =
-            X509_NAME_cmp(X509_CRL_get_issuer(m.raw), X509_get_issuer_name(cert)) == 0;
-        const bool revoked =
-            sameIssuer &&
-            X509_CRL_get0_by_serial(m.raw, &found, X509_get_serialNumber(cert)) == 1 &&
-            X509_cmp_current_time(X509_REVOKED_get0_revocationDate(found)) < 0;
-        if (revoked != hit)
-            state.SkipWithError("wrong answer");
-    }
-}
-
-// ---------------------------------- lookups of many certificates in a million
-
-// A million entries for the even serials 2..2,000,000, and certificates whose
-// serials spread over that range: even ones listed, the odd one below each
-// not. Each lookup takes the next certificate, as a server checking its
-// clients would, so that neither side keeps one path through its index in
-// cache.
-struct MillionSpread {
-    static constexpr uint32_t certificates = 1024;
-    CrlObject* crl = nullptr;
-    X509_CRL* raw = nullptr;
-    std::vector<CertificateRecord*> records[2]; // by hit
+    std::vector<CertificateRecord*> records[2];
     std::vector<Cert> certs[2];
 
-    MillionSpread() {
-        const Issuer& issuer = shared_issuer(KeyKind::EcP256);
-        const Bytes der = qxbench::sequential_crl(issuer, 1000000, 2);
+    explicit LookupSet(const Bytes& der) {
         if (qxcrl_CreateCtx(layer().ctx, &crl, der.data(), static_cast<uint32_t>(der.size())) != 0)
             std::abort();
         const unsigned char* cursor = der.data();
         raw = d2i_X509_CRL(nullptr, &cursor, static_cast<long>(der.size()));
-        for (uint32_t i = 0; i < certificates; ++i) {
-            // A stride prime to the range puts neighbours far apart.
-            const uint32_t listed = 2 * (1 + static_cast<uint32_t>((i * 999983ull) % 1000000));
-            for (const bool hit : {false, true}) {
-                LeafOptions options;
-                options.serial = serial_of(hit ? listed : listed - 1);
-                certs[hit].push_back(make_leaf(issuer, options));
-                records[hit].push_back(leaf_record(layer().ctx, issuer, options.serial));
-            }
-        }
-        // OpenSSL sorts its entries on the first lookup; measured are the rest.
+    }
+
+    void add(const Bytes& serial, bool hit) {
+        const Issuer& issuer = shared_issuer(KeyKind::EcP256);
+        LeafOptions options;
+        options.serial = serial;
+        certs[hit].push_back(make_leaf(issuer, options));
+        records[hit].push_back(leaf_record(layer().ctx, issuer, serial));
+    }
+
+    // OpenSSL sorts its entries on the first lookup; measured are the rest.
+    void sort_openssl() {
         X509_REVOKED* found = nullptr;
         X509_CRL_get0_by_serial(raw, &found, X509_get_serialNumber(certs[1].front().get()));
     }
 };
 
-MillionSpread& million_spread() {
-    static MillionSpread instance;
-    return instance;
+// One certificate of each kind: the same one is looked up again and again.
+// The unlisted serial is longer than any listed.
+LookupSet& million() {
+    static LookupSet& set = []() -> LookupSet& {
+        auto* made = new LookupSet(crl_of_size(1000000).der);
+        made->add(serial_of(500000), true);
+        made->add({0x20, 0x00, 0x00, 0x01}, false);
+        made->sort_openssl();
+        return *made;
+    }();
+    return set;
 }
 
-void BM_MillionSpreadLookup_qxcrl(benchmark::State& state) {
-    MillionSpread& m = million_spread();
+// A million entries for the even serials 2..2,000,000, and 1,024
+// certificates of each kind whose serials spread over that range: even ones
+// listed, the odd one below each not. Each lookup takes the next
+// certificate, as a server checking its clients would, so that neither side
+// keeps one path through its index in cache.
+LookupSet& million_spread() {
+    static LookupSet& set = []() -> LookupSet& {
+        auto* made =
+            new LookupSet(qxbench::sequential_crl(shared_issuer(KeyKind::EcP256), 1000000, 2));
+        for (uint32_t i = 0; i < 1024; ++i) {
+            // A stride prime to the range puts neighbours far apart.
+            const uint32_t listed = 2 * (1 + static_cast<uint32_t>((i * 999983ull) % 1000000));
+            made->add(serial_of(listed), true);
+            made->add(serial_of(listed - 1), false);
+        }
+        made->sort_openssl();
+        return *made;
+    }();
+    return set;
+}
+
+void check_in_turn_qxcrl(benchmark::State& state, const LookupSet& set) {
     const bool hit = state.range(0) == 1;
-    const std::vector<CertificateRecord*>& records = m.records[hit];
+    const std::vector<CertificateRecord*>& records = set.records[hit];
     size_t next = 0;
     for (auto _ : state) {
         CertRevocationStatus status = 0;
-        if (qxcrl_CheckCertStatus(layer().ctx, m.crl, records[next], &status) != 0 ||
+        if (qxcrl_CheckCertStatus(layer().ctx, set.crl, records[next], &status) != 0 ||
             status != (hit ? QXCRL_CERT_REVOKED : QXCRL_CERT_VALID))
             state.SkipWithError("wrong answer");
-        next = (next + 1) % records.size();
+        next = next + 1 == records.size() ? 0 : next + 1;
     }
 }
 
-void BM_MillionSpreadLookup_openssl(benchmark::State& state) {
-    MillionSpread& m = million_spread();
+void check_in_turn_openssl(benchmark::State& state, const LookupSet& set) {
     const bool hit = state.range(0) == 1;
-    const std::vector<Cert>& certs = m.certs[hit];
+    const std::vector<Cert>& certs = set.certs[hit];
     size_t next = 0;
     for (auto _ : state) {
         X509* cert = certs[next].get();
         X509_REVOKED* found = nullptr;
-        // The checks of the single-certificate lookup above.
+        // The same checks: the CRL is the certificate's issuer's, the serial
+        // is listed (a bare lookup by serial), and the revocation date has passed.
         const bool revoked =
-            X509_NAME_cmp(X509_CRL_get_issuer(m.raw), X509_get_issuer_name(cert)) == 0 &&
-            X509_CRL_get0_by_serial(m.raw, &found, X509_get_serialNumber(cert)) == 1 &&
+            X509_NAME_cmp(X509_CRL_get_issuer(set.raw), X509_get_issuer_name(cert)) == 0 &&
+            X509_CRL_get0_by_serial(set.raw, &found, X509_get_serialNumber(cert)) == 1 &&
             X509_cmp_current_time(X509_REVOKED_get0_revocationDate(found)) < 0;
         if (revoked != hit)
             state.SkipWithError("wrong answer");
-        next = (next + 1) % certs.size();
+        next = next + 1 == certs.size() ? 0 : next + 1;
     }
+}
+
+void BM_MillionLookup_qxcrl(benchmark::State& state) {
+    check_in_turn_qxcrl(state, million());
+}
+
+void BM_MillionLookup_openssl(benchmark::State& state) {
+    check_in_turn_openssl(state, million());
+}
+
+void BM_MillionSpreadLookup_qxcrl(benchmark::State& state) {
+    check_in_turn_qxcrl(state, million_spread());
+}
+
+void BM_MillionSpreadLookup_openssl(benchmark::State& state) {
+    check_in_turn_openssl(state, million_spread());
 }
 
 // ------------------------------------------------------------ cached lookups
