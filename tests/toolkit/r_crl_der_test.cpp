@@ -12,6 +12,7 @@
 #include <openssl/x509.h>
 
 #include "test_pki.h"
+#include "toolkit_bytes.h"
 #include "toolkit_fixture.h"
 
 using namespace qxtest;
@@ -192,11 +193,7 @@ TEST_F(ToolkitCrlDer, BerOnlyFormsAreRefusedAndOddLengthsKept) {
     EXPECT_TRUE(openssl_reads(padded));
     CrlPtr crl = decode(padded);
     ASSERT_NE(crl, nullptr);
-    uint32_t length = 0;
-    ASSERT_EQ(R_CRL_to_binary(crl.get(), 0, nullptr, &length), R_ERROR_NONE);
-    Bytes written(length);
-    ASSERT_EQ(R_CRL_to_binary(crl.get(), length, written.data(), &length), R_ERROR_NONE);
-    EXPECT_EQ(written, padded);
+    EXPECT_EQ(toolkit_bytes(crl.get(), R_CRL_to_binary), padded);
     CertPtr issuer = cert(shared_issuer().cert.get());
     uint32_t verdict = 7;
     EXPECT_EQ(R_CRL_verify(crl.get(), issuer.get(), &verdict), R_ERROR_NONE);
@@ -397,11 +394,7 @@ TEST_F(ToolkitCrlDer, SigningSortsAndAddingKeepsOrder) {
         EXPECT_EQ(toolkit_answer(crl.get(), issuer, listed), 0) << hex(listed);
     EXPECT_EQ(toolkit_answer(crl.get(), issuer, {0x26}), 1);
 
-    uint32_t length = 0;
-    ASSERT_EQ(R_CRL_to_binary(crl.get(), 0, nullptr, &length), R_ERROR_NONE);
-    Bytes written(length);
-    ASSERT_EQ(R_CRL_to_binary(crl.get(), length, written.data(), &length), R_ERROR_NONE);
-    Crl read = openssl_crl(written);
+    Crl read = openssl_crl(toolkit_bytes(crl.get(), R_CRL_to_binary));
     ASSERT_NE(read, nullptr);
     EXPECT_EQ(X509_CRL_verify(read.get(), X509_get0_pubkey(issuer.cert.get())), 1);
 }
@@ -490,11 +483,7 @@ TEST_F(ToolkitCrlDer, SigningOrdersSerialsOfEitherSignAsOpenSslDoes) {
     }
     ASSERT_EQ(sign(crl.get(), issuer), R_ERROR_NONE);
 
-    uint32_t length = 0;
-    ASSERT_EQ(R_CRL_to_binary(crl.get(), 0, nullptr, &length), R_ERROR_NONE);
-    Bytes written(length);
-    ASSERT_EQ(R_CRL_to_binary(crl.get(), length, written.data(), &length), R_ERROR_NONE);
-    Crl read = openssl_crl(written);
+    Crl read = openssl_crl(toolkit_bytes(crl.get(), R_CRL_to_binary));
     ASSERT_NE(read, nullptr);
     auto order = [](X509_CRL* from) {
         std::vector<Bytes> out;
